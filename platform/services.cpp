@@ -1,0 +1,53 @@
+// The installed platform services: the Linux backends, created on first use, unless a test has
+// put fakes in their place. One thread only (the host's), so no locking.
+#include "platform/folders.h"
+#include "platform/volumes.h"
+
+namespace tessel::platform {
+namespace {
+
+std::unique_ptr<VolumeService>& volumeSlot() {
+  static std::unique_ptr<VolumeService> slot;
+  return slot;
+}
+
+uint64_t& volumeSerial() {
+  static uint64_t serial = 0;
+  return serial;
+}
+
+std::unique_ptr<FolderService>& folderSlot() {
+  static std::unique_ptr<FolderService> slot;
+  return slot;
+}
+
+}  // namespace
+
+VolumeService& volumeService() {
+  auto& slot = volumeSlot();
+  if (!slot) slot = makeLinuxVolumeService();
+  return *slot;
+}
+
+std::unique_ptr<VolumeService> setVolumeService(std::unique_ptr<VolumeService> service) {
+  ++volumeSerial();
+  auto previous = std::move(volumeSlot());
+  volumeSlot() = std::move(service);
+  return previous;
+}
+
+uint64_t volumeServiceSerial() { return volumeSerial(); }
+
+FolderService& folderService() {
+  auto& slot = folderSlot();
+  if (!slot) slot = makeLinuxFolderService();
+  return *slot;
+}
+
+std::unique_ptr<FolderService> setFolderService(std::unique_ptr<FolderService> service) {
+  auto previous = std::move(folderSlot());
+  folderSlot() = std::move(service);
+  return previous;
+}
+
+}  // namespace tessel::platform

@@ -1,0 +1,154 @@
+// Folder keywords, domain prefixes and the Linux folders they find (fake user folders in a scratch
+// folder; machine folders such as /etc and /usr are the real ones).
+#include <gtest/gtest.h>
+
+#include "paths/special_folders.h"
+#include "paths/volume_model.h"
+#include "paths_test_support.h"
+
+namespace tessel::paths {
+namespace {
+
+using testing::PathsTest;
+using testing::replaceSlashes;
+
+struct Parsed {
+  uint32_t type;
+  std::optional<int32_t> domain;
+  bool boot;
+};
+
+std::optional<Parsed> parse(std::string_view keyword) {
+  auto k = parseFolderKeyword(keyword);
+  if (!k) return std::nullopt;
+  return Parsed{k->type, k->domain, k->boot};
+}
+
+void expectParse(std::string_view keyword, uint32_t type, std::optional<int32_t> domain) {
+  auto k = parse(keyword);
+  ASSERT_TRUE(k.has_value()) << keyword;
+  EXPECT_EQ(k->type, type) << keyword;
+  EXPECT_EQ(k->domain, domain) << keyword;
+}
+
+TEST(FolderKeywords, WordsPrefixesAndRawTypes) {
+  expectParse("prefs", fourCC("pref"), std::nullopt);
+  expectParse("PREFS", fourCC("pref"), std::nullopt);
+  expectParse("control panels", fourCC("ctrl"), std::nullopt);
+  expectParse("music", kMusicFolderType, std::nullopt);
+  // Prefixes count only when the whole keyword is long enough.
+  expectParse("user fonts", fourCC("font"), kUserDomain);
+  expectParse("user apps", fourCC("apps"), kUserDomain);  // 9 characters: enough
+  EXPECT_FALSE(parse("user app"));                        // 8: no prefix, no keyword
+  expectParse("user", fourCC("user"), std::nullopt);      // four characters: a raw type
+  expectParse("system", fourCC("macs"), std::nullopt);
+  expectParse("System Fonts", fourCC("font"), kSystemDomain);
+  expectParse("system ctrl", fourCC("ctrl"), kSystemDomain);
+  expectParse("local temp", fourCC("temp"), kLocalDomain);
+  EXPECT_FALSE(parse("local foo"));  // 9: too short for "local "
+  expectParse("common prefs", fourCC("pref"), kLocalDomain);
+  EXPECT_FALSE(parse("common foo"));  // 10: too short for "common "
+  EXPECT_FALSE(parse("userfonts"));   // a prefix needs its blank
+  // Favourites in any spelling.
+  for (std::string_view word : {"favourites", "Favorites", "favoUR", "favou", "user favorites"})
+    EXPECT_EQ(parse(word)->type, fourCC("favs")) << word;
+  EXPECT_EQ(parse("favo")->type, fourCC("favo"));  // too short: a raw type
+  // Raw types, read as four-character codes.
+  expectParse("ctrl", fourCC("ctrl"), std::nullopt);
+  expectParse(
+      "a\xA9"
+      "bc",
+      0xFFA96263u, std::nullopt);
+  EXPECT_FALSE(parse(""));
+  EXPECT_FALSE(parse("no such folder"));
+  EXPECT_FALSE(parse(std::string(200, 'x')));
+  // "boot" is the system folder, cut down to its volume later.
+  EXPECT_TRUE(parse("boot")->boot);
+  EXPECT_TRUE(parse("user boot")->boot);
+  EXPECT_FALSE(parse("system")->boot);
+}
+
+class FoldersTest : public PathsTest {
+ protected:
+  // The HFS form of a scratch folder on the start-up volume.
+  std::string hfs(const std::string& relative) {
+    return "Startup" + replaceSlashes(scratch.path() + "/" + relative) + ":";
+  }
+};
+
+TEST_F(FoldersTest, UserFoldersInBothStyles) {
+  EXPECT_EQ(sysFolder("personal"), "");  // not created yet: not found in any domain
+  scratch.folder("home/Documents");
+  EXPECT_EQ(sysFolder("personal"), hfs("home/Documents"));
+  std::string config = scratch.folder("home/.config");
+  EXPECT_EQ(sysFolder("prefs"), hfs("home/.config"));
+  EXPECT_EQ(sysFolder("user prefs"), hfs("home/.config"));
+  setReturnUnixNames(true);
+  EXPECT_EQ(sysFolder("prefs"), config + "/");
+  EXPECT_EQ(sysFolder("system prefs"), "/etc/");
+  EXPECT_EQ(sysFolder("system temp"), "/tmp/");
+
+  scratch.folder("home/Music");
+  EXPECT_EQ(sysFolder("music"), scratch.path() + "/home/Music/");
+  EXPECT_EQ(sysFolder("pictures"), "");  // no pictures folder configured
+  EXPECT_EQ(sysFolder("profile"), scratch.path() + "/home/");
+  EXPECT_EQ(sysFolder("desktop"), "");  // configured but missing
+  scratch.folder("home/Desktop");
+  EXPECT_EQ(sysFolder("desktop"), scratch.path() + "/home/Desktop/");
+  scratch.folder("tmp");
+  EXPECT_EQ(sysFolder("temp"), scratch.path() + "/tmp/");
+  EXPECT_EQ(sysFolder("zzzz"), "");
+  EXPECT_EQ(sysFolder("extensions"), "");  // no modules for the fake kernel
+}
+
+TEST_F(FoldersTest, CandidatesAndSearchOrder) {
+  setReturnUnixNames(true);
+  // The first existing candidate of a domain wins.
+  scratch.folder("home/.fonts");
+  EXPECT_EQ(sysFolder("user fonts"), scratch.path() + "/home/.fonts/");
+  scratch.folder("home/.local/share/fonts");
+  EXPECT_EQ(sysFolder("user fonts"), scratch.path() + "/home/.local/share/fonts/");
+  // Startup items: none of the user's, so the search goes on to the system's XDG folders.
+  EXPECT_EQ(sysFolder("startup"), "");
+  scratch.folder("etc/xdg/autostart");
+  EXPECT_EQ(sysFolder("startup"), scratch.path() + "/etc/xdg/autostart/");
+  scratch.folder("home/.config/autostart");
+  EXPECT_EQ(sysFolder("startup"), scratch.path() + "/home/.config/autostart/");
+  EXPECT_EQ(sysFolder("system startup"), scratch.path() + "/etc/xdg/autostart/");
+  // A prefix whose domain lacks the folder falls back to the plain search.
+  EXPECT_EQ(sysFolder("user system"), "/usr/");
+  EXPECT_EQ(sysFolder("system"), "/usr/");
+  // The help tool's documentation folder.
+  scratch.folder("home/.local/share/doc");
+  EXPECT_EQ(sysFolder("user info"), scratch.path() + "/home/.local/share/doc/");
+  // Network and classic domains have no Linux folders.
+  for (uint32_t type : {fourCC("pref"), fourCC("font"), fourCC("usrs")}) {
+    EXPECT_EQ(findFolderIn(type, kNetworkDomain), "");
+    EXPECT_EQ(findFolderIn(type, kClassicDomain), "");
+  }
+  EXPECT_EQ(findFolder(fourCC("usrs")), findFolderIn(fourCC("usrs"), kLocalDomain));
+}
+
+TEST_F(FoldersTest, BootGivesTheStartupVolume) {
+  fake->mounts[0].name = "Boot Disk";
+  beginCall();
+  EXPECT_EQ(sysFolder("boot"), "Boot Disk:");
+  EXPECT_EQ(sysFolder("BOOT"), "Boot Disk:");
+  setReturnUnixNames(true);
+  EXPECT_EQ(sysFolder("boot"), "/");
+}
+
+TEST_F(FoldersTest, ResultsAreMacRoman) {
+  testing::ScratchFolder accented;
+  std::string root = accented.folder("caf\xC3\xA9");
+  auto previous = platform::setFolderService(std::make_unique<testing::FakeFolders>(root));
+  accented.folder("caf\xC3\xA9/home");
+  setReturnUnixNames(true);
+  EXPECT_EQ(sysFolder("profile"), accented.path() + "/caf\x8E/home/");
+  setReturnUnixNames(false);
+  EXPECT_EQ(sysFolder("profile"), "Startup" + replaceSlashes(accented.path()) + ":caf\x8E:home:");
+  platform::setFolderService(std::move(previous));
+}
+
+}  // namespace
+}  // namespace tessel::paths

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +20,8 @@
 
 namespace tessel::host {
 
+struct HostServices;
+
 struct HostOptions {
   std::string productName = "Director";  // what IMoaAppInfo item 5 answers
   std::string runMode = "Projector";     // item 1: "Author", "Projector", ...
@@ -26,6 +29,8 @@ struct HostOptions {
   // What the player's ResolveFileName answers for the bare name "@". Unset: the player resolves
   // only existing files, so "@" (a folder) gives nothing and Xtras fall back to "the moviePath".
   std::optional<std::string> playerResolvesAt;
+  // Where PrintMessage texts go (as they are, no line end added). Unset: standard output.
+  std::function<void(const std::string&)> printMessage;
 };
 
 // The running movie, as the host's player and movie services see it. The message window
@@ -114,6 +119,12 @@ class Host {
   // Host values currently alive (handed out and not yet released); 0 between calls when every
   // Xtra releases what it makes.
   size_t liveValues() const;
+  // String pointers lent by ValueToStringPtr and not yet given back.
+  size_t outstandingStringBorrows() const;
+  // References Xtras hold on the host's services; 0 once every instance released them.
+  uint32_t serviceReferences() const;
+  // Paths of the modules currently loaded (including ones kept because they are still in use).
+  std::vector<std::string> loadedModules() const;
 
   // Releases every instance, then unloads each module whose DllCanUnloadNow allows it.
   // Returns true when every module was unloaded.
@@ -122,6 +133,7 @@ class Host {
   struct Impl;
 
  private:
+  friend HostServices& services(Host& host);  // host/services.h: the services, for tests
   std::unique_ptr<Impl> impl_;
 };
 

@@ -1,0 +1,116 @@
+#include "tests/boundary/boundary_support.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace tessel::testing {
+
+moa::MoaError TestMovie::callHandler(const std::string& name,
+                                     const std::vector<host::Value>& args,
+                                     host::Value& result) {
+  if (host::equalsIgnoreCase(name, "value")) {
+    ++valueCalls;
+    // The only expressions the Xtra evaluates are the movie's and the application's folder.
+    std::string expr = args.empty() || !args[0].isString() ? "" : args[0].string();
+    if (host::equalsIgnoreCase(expr, "the moviePath")) {
+      result = host::Value(folder);
+    } else if (host::equalsIgnoreCase(expr, "the applicationPath")) {
+      result = host::Value(std::string("/usr/bin/"));
+    } else {
+      result = host::Value();
+    }
+    return moa::kMoaErr_NoErr;
+  }
+  for (auto& [handler, fn] : handlers) {
+    if (host::equalsIgnoreCase(handler, name)) {
+      result = fn(args);
+      return moa::kMoaErr_NoErr;
+    }
+  }
+  return moa::kMoaDrErr_HandlerNotDefined;
+}
+
+TempDir::TempDir() {
+  std::string templ = (std::filesystem::temp_directory_path() / "tessel-test.XXXXXX").string();
+  char* made = mkdtemp(templ.data());
+  path_ = made ? std::filesystem::path(made) : std::filesystem::path();
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+}
+
+std::filesystem::path TempDir::file(const std::string& name, const std::string& content) const {
+  std::filesystem::path p = path_ / name;
+  std::filesystem::create_directories(p.parent_path());
+  FILE* f = fopen(p.c_str(), "wb");
+  if (f) {
+    fwrite(content.data(), 1, content.size(), f);
+    fclose(f);
+  }
+  return p;
+}
+
+XtraTest::XtraTest(host::HostOptions options) : options_(std::move(options)) {}
+
+void XtraTest::SetUp() {
+  host_ = std::make_unique<host::Host>(options_);
+  host_->setMovie(&movie_);
+  ASSERT_EQ(host_->loadXtras(xtrasFolder()), 1)
+      << (host_->diagnostics().empty() ? "" : host_->diagnostics().front());
+  unixNames(false);
+}
+
+void XtraTest::TearDown() {
+  if (host_) {
+    unixNames(false);
+    EXPECT_EQ(host_->liveValues(), 0u) << "values left alive after the test's calls";
+  }
+  host_.reset();
+}
+
+moa::MoaError XtraTest::callError(const std::string& method, std::vector<host::Value> args,
+                                  host::Value& result) {
+  return host_->callMethod(method, args, result);
+}
+
+host::Value XtraTest::call(const std::string& method, std::vector<host::Value> args) {
+  host::Value result;
+  moa::MoaError err = host_->callMethod(method, args, result);
+  EXPECT_EQ(err, moa::kMoaErr_NoErr) << method << ": " << host::describeError(err);
+  return result;
+}
+
+std::string XtraTest::text(const std::string& method, std::vector<host::Value> args) {
+  host::Value v = call(method, std::move(args));
+  EXPECT_TRUE(v.isString()) << method << " did not answer a string";
+  return v.isString() ? v.string() : std::string();
+}
+
+int32_t XtraTest::integer(const std::string& method, std::vector<host::Value> args) {
+  host::Value v = call(method, std::move(args));
+  EXPECT_TRUE(v.isInteger()) << method << " did not answer an integer";
+  return v.isInteger() ? v.integer() : 0;
+}
+
+void XtraTest::unixNames(bool on) {
+  host::Value result;
+  host_->callMethod("tsReturnUnixNames", {host::Value(static_cast<int32_t>(on ? 1 : 0))}, result);
+}
+
+std::string startupVolumeName(host::Host& host) {
+  host::Value off;
+  host.callMethod("tsReturnUnixNames", {host::Value(0)}, off);
+  host::Value list;
+  host.callMethod("tsDiskList", {}, list);
+  if (!list.isList() || list.listPtr()->items.empty()) return "";
+  std::string first = list.listPtr()->items.front().string();
+  if (!first.empty() && first.back() == ':') first.pop_back();
+  return first;
+}
+
+std::string modulePath() { return TESSEL_MODULE_PATH; }
+std::string xtrasFolder() { return TESSEL_XTRAS_DIR; }
+
+}  // namespace tessel::testing

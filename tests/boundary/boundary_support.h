@@ -1,0 +1,70 @@
+// Shared pieces of the behaviour tests: a host with the built module loaded, a movie whose
+// handlers the tests control, and temporary folders.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/host.h"
+
+namespace tessel::testing {
+
+// A movie with a folder and optional script handlers, for the Xtra's call-backs.
+class TestMovie : public host::Movie {
+ public:
+  std::string folder;  // with a trailing "/"
+  std::map<std::string, std::function<host::Value(const std::vector<host::Value>&)>> handlers;
+  int valueCalls = 0;
+
+  moa::MoaError callHandler(const std::string& name, const std::vector<host::Value>& args,
+                            host::Value& result) override;
+  std::string moviePath() const override { return folder; }
+};
+
+// A temporary folder removed with everything in it at the end of the test.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  const std::filesystem::path& path() const { return path_; }
+  std::string str() const { return path_.string(); }
+  std::filesystem::path file(const std::string& name, const std::string& content = "") const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+// The module loaded into a fresh host; the style switch is set off again before each test.
+class XtraTest : public ::testing::Test {
+ protected:
+  explicit XtraTest(host::HostOptions options = {});
+  void SetUp() override;
+  void TearDown() override;
+
+  // Calls a method by name; fails the test on a host error.
+  host::Value call(const std::string& method, std::vector<host::Value> args = {});
+  moa::MoaError callError(const std::string& method, std::vector<host::Value> args,
+                          host::Value& result);
+  std::string text(const std::string& method, std::vector<host::Value> args = {});
+  int32_t integer(const std::string& method, std::vector<host::Value> args = {});
+  void unixNames(bool on);
+
+  TestMovie movie_;
+  std::unique_ptr<host::Host> host_;
+  host::HostOptions options_;
+};
+
+// The start-up volume's name as the module reports it ("Name:" in HFS style).
+std::string startupVolumeName(host::Host& host);
+
+// The path of the built module and of its folder.
+std::string modulePath();
+std::string xtrasFolder();
+
+}  // namespace tessel::testing

@@ -1,0 +1,171 @@
+// Paths, special folders and volumes through the host, on the real machine.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+
+#include "tests/boundary/boundary_support.h"
+
+namespace tessel::testing {
+namespace {
+
+using host::Value;
+
+std::vector<std::string> strings(const Value& list) {
+  std::vector<std::string> out;
+  if (list.isList())
+    for (const Value& v : list.listPtr()->items) out.push_back(v.isString() ? v.string() : "?");
+  return out;
+}
+
+bool contains(const std::vector<std::string>& list, const std::string& item) {
+  return std::find(list.begin(), list.end(), item) != list.end();
+}
+
+class Volumes : public XtraTest {
+ protected:
+  void SetUp() override {
+    XtraTest::SetUp();
+    startup_ = startupVolumeName(*host_);
+    ASSERT_FALSE(startup_.empty());
+  }
+  std::string hfsOf(const std::string& unixPath) {
+    std::string hfs = unixPath;
+    std::replace(hfs.begin(), hfs.end(), '/', ':');
+    return startup_ + hfs;
+  }
+  std::string startup_;
+  TempDir dir_;
+};
+
+TEST_F(Volumes, StartupVolumePathsConvertBothWays) {
+  std::string file = dir_.file("clip.mov", "x").string();
+  std::filesystem::create_directories(dir_.path() / "Media");
+  std::string folder = (dir_.path() / "Media").string();
+
+  EXPECT_EQ(text("tsHFSName", {Value(file)}), hfsOf(file));
+  EXPECT_EQ(text("tsUnixName", {Value(hfsOf(file))}), file);
+  // Folders carry their trailing separator in both styles.
+  EXPECT_EQ(text("tsHFSName", {Value(folder)}), hfsOf(folder) + ":");
+  EXPECT_EQ(text("tsUnixName", {Value(hfsOf(folder))}), folder + "/");
+  EXPECT_EQ(text("tsUnixName", {Value(folder)}), folder + "/");
+  // Long and short names of existing items; "" as soon as a component is missing.
+  EXPECT_EQ(text("tsLongFileName", {Value(hfsOf(file))}), hfsOf(file));
+  EXPECT_EQ(text("tsShortFileName", {Value(hfsOf(file))}), hfsOf(file));
+  EXPECT_EQ(text("tsLongFileName", {Value(startup_ + ":")}), startup_ + ":");
+  EXPECT_EQ(text("tsLongFileName", {Value(hfsOf(dir_.str() + "/nothing/clip.mov"))}), "");
+  // The file layer finds items by either name.
+  EXPECT_EQ(integer("tsFileExists", {Value(hfsOf(file))}), 1);
+  EXPECT_EQ(integer("tsFileExists", {Value("/Volumes/" + startup_ + file)}), 1);
+  EXPECT_EQ(integer("tsFolderExists", {Value(hfsOf(folder))}), 1);
+}
+
+TEST_F(Volumes, MissingItemsTakeTheTextualForms) {
+  std::string missing = dir_.str() + "/missing/file.txt";
+  std::string textual = "/Volumes/" + hfsOf(missing);
+  std::replace(textual.begin() + 9, textual.end(), ':', '/');
+  EXPECT_EQ(text("tsUnixName", {Value(hfsOf(missing))}), textual);
+  EXPECT_EQ(text("tsHFSName", {Value(missing)}), hfsOf(missing));
+  EXPECT_EQ(text("tsHFSName", {Value("/Volumes/Disk/a")}), "Disk:a");
+  EXPECT_EQ(text("tsHFSName", {Value("Disk:a")}), "Disk:a");
+  EXPECT_EQ(text("tsUnixName", {Value("Nowhere:a:b")}), "/Volumes/Nowhere/a/b");
+}
+
+TEST_F(Volumes, SpecialFoldersByKeywordWithAndWithoutDomains) {
+  const char* homeEnv = std::getenv("HOME");
+  std::string home = homeEnv ? homeEnv : "";
+  unixNames(true);
+  EXPECT_EQ(text("tsSysFolder", {Value("boot")}), "/");
+  EXPECT_EQ(text("tsSysFolder", {Value("PROFILE")}), home + "/");
+  EXPECT_EQ(text("tsSysFolder", {Value("user profile")}), home + "/");
+  EXPECT_EQ(text("tsSysFolder", {Value("system fonts")}).rfind("/usr/share/fonts", 0), 0u);
+  EXPECT_EQ(text("tsSysFolder", {Value("users")}), "/home/");
+  // Too short to carry a prefix, and no keyword: nothing.
+  EXPECT_EQ(text("tsSysFolder", {Value("user app")}), "");
+  EXPECT_EQ(text("tsSysFolder", {Value("no such folder")}), "");
+  // An unknown four-letter word is a raw folder type.
+  EXPECT_EQ(text("tsSysFolder", {Value("ctrl")}), text("tsSysFolder", {Value("control panels")}));
+  EXPECT_NE(text("tsSysFolder", {Value("ctrl")}), "");
+  unixNames(false);
+  EXPECT_EQ(text("tsSysFolder", {Value("boot")}), startup_ + ":");
+  EXPECT_EQ(text("tsSysFolder", {Value("users")}), startup_ + ":home:");
+}
+
+TEST_F(Volumes, DiskListAndDiskInfoOfTheStartupVolume) {
+  std::vector<std::string> hfs = strings(call("tsDiskList"));
+  ASSERT_FALSE(hfs.empty());
+  EXPECT_EQ(hfs.front(), startup_ + ":");
+  unixNames(true);
+  std::vector<std::string> unix = strings(call("tsDiskList"));
+  ASSERT_EQ(unix.size(), hfs.size());
+  EXPECT_EQ(unix.front(), "/");
+  unixNames(false);
+
+  EXPECT_EQ(text("tsDiskInfo", {Value(startup_ + ":"), Value("TYPE")}), "Hard");
+  EXPECT_GT(integer("tsDiskInfo", {Value("/"), Value("size")}), 0);
+  EXPECT_EQ(integer("tsDiskInfo", {Value("/"), Value("colour")}), 0);
+  // A volume that is not mounted is "Invalid" whatever is asked.
+  EXPECT_EQ(text("tsDiskInfo", {Value("NoSuchDisk:"), Value("size")}), "Invalid");
+  EXPECT_EQ(integer("tsEjectDisk", {Value("NoSuchDisk:")}), 0);
+}
+
+// A real volume of its own: an ext2 disk image mounted through a loop device under /media,
+// where the desktop shows removable media. Needs root (CI runs as root).
+class MountedVolume : public Volumes {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "mounting a disk image needs root";
+    Volumes::SetUp();
+    name_ = "TesselVol" + std::to_string(getpid());
+    image_ = dir_.str() + "/disk.img";
+    mountPoint_ = "/media/" + name_;
+    std::string cmd = "dd if=/dev/zero of=" + image_ + " bs=1M count=8 status=none && " +
+                      "mkfs.ext2 -q -F " + image_ + " && mkdir -p " + mountPoint_ +
+                      " && mount -o loop " + image_ + " " + mountPoint_;
+    ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+    mounted_ = true;
+  }
+  void TearDown() override {
+    if (mounted_) {
+      std::string cmd = "umount " + mountPoint_ + " 2>/dev/null; rmdir " + mountPoint_ +
+                        " 2>/dev/null; true";
+      std::system(cmd.c_str());
+    }
+    Volumes::TearDown();
+  }
+  std::string name_, image_, mountPoint_;
+  bool mounted_ = false;
+};
+
+TEST_F(MountedVolume, ListedTypedConvertedAndEjected) {
+  EXPECT_TRUE(contains(strings(call("tsDiskList")), name_ + ":"));
+  unixNames(true);
+  EXPECT_TRUE(contains(strings(call("tsDiskList")), mountPoint_ + "/"));
+  unixNames(false);
+
+  // A disk image is ejectable and has free space.
+  EXPECT_EQ(text("tsDiskInfo", {Value(name_ + ":"), Value("type")}), "Removable");
+  int32_t size = integer("tsDiskInfo", {Value(mountPoint_), Value("size")});
+  int32_t free = integer("tsDiskInfo", {Value(name_ + ":"), Value("free")});
+  EXPECT_GT(size, 6000);
+  EXPECT_LE(size, 8389);
+  EXPECT_GT(free, 0);
+  EXPECT_LE(free, size);
+
+  std::ofstream(mountPoint_ + "/clip.mov") << "x";
+  EXPECT_EQ(text("tsHFSName", {Value(mountPoint_ + "/clip.mov")}), name_ + ":clip.mov");
+  EXPECT_EQ(text("tsUnixName", {Value(name_ + ":clip.mov")}), mountPoint_ + "/clip.mov");
+  EXPECT_EQ(integer("tsFileExists", {Value(name_ + ":clip.mov")}), 1);
+  EXPECT_EQ(integer("tsFileExists", {Value("/Volumes/" + name_ + "/clip.mov")}), 1);
+
+  EXPECT_EQ(integer("tsEjectDisk", {Value(name_ + ":")}), 1);
+  mounted_ = false;
+  EXPECT_EQ(integer("tsEjectDisk", {Value(name_ + ":")}), 0);
+  EXPECT_FALSE(contains(strings(call("tsDiskList")), name_ + ":"));
+  EXPECT_EQ(text("tsDiskInfo", {Value(name_ + ":"), Value("type")}), "Invalid");
+  rmdir(mountPoint_.c_str());
+}
+
+}  // namespace
+}  // namespace tessel::testing

@@ -43,10 +43,11 @@ static_assert(sizeof(kOperations) / sizeof(kOperations[0]) == 102);
 }  // namespace
 
 MoaError TStdXtra_IMoaMmXScript::Call(PMoaMmCallInfo call) {
-  MoaLong selector = call->methodSelector;
+  const MoaLong selector = call->methodSelector;
   // A number outside the table is no error: the result stays VOID.
   if (selector < 1 || selector > 101) return kMoaErr_NoErr;
-  MoaError err = (this->*kOperations[selector])(call);
+  const Operation operation = kOperations[static_cast<size_t>(selector)];
+  MoaError err = (this->*operation)(call);
   return err != kMoaErr_NoErr ? err : kMoaErr_NoErr;
 }
 

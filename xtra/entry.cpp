@@ -35,11 +35,11 @@ struct ClassListEntry {
 };
 
 constexpr ClassListEntry kClassList[] = {
-    {&CLSID_TesselScript, &IID_IMoaClassFactory, 1, sizeof(TesselScriptInstance), scriptCreate,
+    {&CLSID_TesselScript, &IID_IMoaClassFactory, 1, kScriptInstanceSize, scriptCreate,
      scriptDestroy, nullptr},
     {&CLSID_TesselScript, &IID_IMoaRegister, kTesselVersion, 0, nullptr, nullptr, makeRegister},
     {&CLSID_TesselScript, &IID_IMoaMmXScript, kTesselVersion, 0, nullptr, nullptr, makeScript},
-    {&CLSID_TesselHelpTool, &IID_IMoaClassFactory, 1, sizeof(TesselHelpInstance), helpCreate,
+    {&CLSID_TesselHelpTool, &IID_IMoaClassFactory, 1, kHelpInstanceSize, helpCreate,
      helpDestroy, nullptr},
     {&CLSID_TesselHelpTool, &IID_IMoaMmXTool, kTesselVersion, 0, nullptr, nullptr, makeTool},
 };
@@ -72,9 +72,8 @@ MoaUlong InterfaceObject<Interface>::Release() {
   MoaObjectHeader* owner = owner_;
   MoaLong count = --refCount_;
   if (count == 0) {
-    IMoaCalloc* calloc = owner->pCalloc;
-    this->~InterfaceObject();
-    calloc->NRFree(this);
+    // Interface objects are trivially destructible: returning the block is all there is to do.
+    owner->pCalloc->NRFree(this);
     --moduleState().liveObjects;
     owner->Release();  // the object's hold on its owner
   }

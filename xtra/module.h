@@ -47,8 +47,10 @@ ModuleState& moduleState();
 
 // ---- Instance records ------------------------------------------------------------------------------
 
-// A scripting-class instance: the host's standard header, then one reference on each service.
-struct TesselScriptInstance : MoaObjectHeader {
+// A scripting-class instance is the host's standard header followed by these fields: one
+// reference on each service. The header's dynamic type is the host's, so the fields are reached
+// by their offset rather than through a type derived from the header.
+struct TesselScriptFields {
   IMoaCalloc* calloc;
   IMoaMmUtils2* utilityA;
   IMoaMmUtils* lingoValue;
@@ -59,15 +61,21 @@ struct TesselScriptInstance : MoaObjectHeader {
   IMoaDrMediaValue* movie;
   IMoaAppInfo* appInfo;
 };
+inline constexpr MoaLong kScriptInstanceSize =
+    static_cast<MoaLong>(sizeof(MoaObjectHeader) + sizeof(TesselScriptFields));
+// A help-tool instance holds nothing beyond the header.
+inline constexpr MoaLong kHelpInstanceSize = static_cast<MoaLong>(sizeof(MoaObjectHeader));
 
-// A help-tool instance holds nothing of its own.
-struct TesselHelpInstance : MoaObjectHeader {};
+inline TesselScriptFields* scriptFields(MoaObjectHeader* instance) {
+  return reinterpret_cast<TesselScriptFields*>(reinterpret_cast<char*>(instance) +
+                                               sizeof(MoaObjectHeader));
+}
 
 // Constructor and destructor of the scripting class (start-up and shut-down).
 MoaError scriptCreate(MoaObjectHeader* instance);
 void scriptDestroy(MoaObjectHeader* instance);
 // Returns the first failing release's result; the services after it stay held.
-MoaError scriptShutdown(TesselScriptInstance* instance);
+MoaError scriptShutdown(TesselScriptFields* fields);
 
 // ---- Interface objects -------------------------------------------------------------------------------
 

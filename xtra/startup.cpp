@@ -26,14 +26,14 @@ void appInfoText(IMoaAppInfo* info, MoaLong item, char (&text)[65]) {
 }  // namespace
 
 MoaError scriptCreate(MoaObjectHeader* header) {
-  auto* self = static_cast<TesselScriptInstance*>(header);
+  TesselScriptFields* self = scriptFields(header);
   ModuleState& state = moduleState();
   HostServices& services = hostServices();
   state.scriptInstance = header;
   self->appInfo = nullptr;
   self->player = nullptr;
 
-  IMoaCallback* cb = self->pCallback;
+  IMoaCallback* cb = header->pCallback;
   MoaError err = acquire(cb, IID_IMoaMmValue, self->scriptValue);
   if (err) return err;
   services.scriptValue = self->scriptValue;
@@ -68,7 +68,7 @@ MoaError scriptCreate(MoaObjectHeader* header) {
   return kMoaErr_NoErr;
 }
 
-MoaError scriptShutdown(TesselScriptInstance* self) {
+MoaError scriptShutdown(TesselScriptFields* self) {
   // A release that answers non-zero (the host still has other holders of that service) ends the
   // shut-down there: the services after it in this order stay held.
   IMoaUnknown* const order[] = {self->scriptValue, self->lingoValue, self->utilityA,
@@ -83,8 +83,7 @@ MoaError scriptShutdown(TesselScriptInstance* self) {
 }
 
 void scriptDestroy(MoaObjectHeader* header) {
-  auto* self = static_cast<TesselScriptInstance*>(header);
-  scriptShutdown(self);
+  scriptShutdown(scriptFields(header));
   ModuleState& state = moduleState();
   if (state.scriptInstance == header) {
     state.scriptInstance = nullptr;

@@ -2,6 +2,8 @@
 // Movie interface, value(), the API for calling handlers and evaluating expressions.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -247,6 +249,27 @@ TEST(LingoMultiLineInput, CompleteOnlyWhenEveryBlockIsClosed) {
   EXPECT_FALSE(Interpreter::needsMoreInput("put 1 +\n"));  // a plain error
   EXPECT_FALSE(Interpreter::needsMoreInput("if x then put 1\n"));
   EXPECT_FALSE(Interpreter::needsMoreInput("on foo\n  put )\n"));
+}
+
+TEST(LingoThreads, SmallStacksGetAStackOverflowErrorNotACrash) {
+  std::string out;
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setstacksize(&attr, 256 << 10);
+  struct Job {
+    std::string* out;
+  } job{&out};
+  pthread_t thread;
+  auto body = [](void* arg) -> void* {
+    auto* j = static_cast<Job*>(arg);
+    *j->out = testing::run("on down n\n  return down(n + 1)\nend\nput down(1)\nput \"ok\"\n") +
+              testing::run("put 1 + 1\n");
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attr, body, &job), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attr);
+  EXPECT_EQ(out, "error: 2: Stack overflow\n-- 2\n");
 }
 
 TEST(LingoLifetime, ListsOutliveTheInterpreterUnlessOnlyCyclesHoldThem) {

@@ -373,6 +373,7 @@ TEST(LingoErrors, ReportedWithTheirLine) {
   EXPECT_EQ(run("on f\n  on g\n  end\nend\n"), "error: 2: Handler definitions can't be nested\n");
   EXPECT_EQ(run("on f\nend g\n"), "error: 2: 'end f' expected\n");
   EXPECT_EQ(run("1 + 2\n"), "error: 1: Statement expected, found 1\n");
+  EXPECT_EQ(run("count([1]) = 2\n"), "error: 1: Can't assign to this expression\n");
   // Run-time errors stop the run at the statement that failed, inside handlers too.
   EXPECT_EQ(run("put 1\n"
                 "put broken(2)\n"
@@ -420,7 +421,7 @@ TEST(LingoErrors, LimitsStopRunawayScripts) {
   std::string parens(400, '(');
   EXPECT_EQ(run("put " + parens + "1"), "error: 1: Script nested too deeply\n");
   std::string chain = "put 1";
-  for (int i = 0; i < 1000; ++i) chain += " + 1";
+  for (int i = 0; i < 2000; ++i) chain += " + 1";
   EXPECT_EQ(run(chain), "error: 1: Expression too complex\n");
 }
 
@@ -436,9 +437,16 @@ TEST(LingoSyntax, CommentsContinuationsAndCase) {
                 "put TWICE(x)\n"
                 "put #Sym = #sym, \"--not a comment\"\n"
                 "put .5, 1.5e2, 2E-1\n"
-                "x = 1\r\nput x\rput x + 1\n"),
+                "x = 1\r\nput x\rput x + 1\n"
+                "put \"\xEF\xBB\xBF\"\n"),
             "-- 1\n-- 5\n-- 6\n-- 4\n-- 1 \"--not a comment\"\n-- 0.5000 150.0000 0.2000\n"
-            "-- 1\n-- 2\n");
+            "-- 1\n-- 2\n-- \"\xEF\xBB\xBF\"\n");
+  // A byte order mark at the start of a file is not part of the script.
+  EXPECT_EQ(run("\xEF\xBB\xBFput 1\n"), "-- 1\n");
+  // Left-deep operator chains of realistic length evaluate without trouble.
+  std::string sum = "put 0";
+  for (int i = 0; i < 900; ++i) sum += " + 1";
+  EXPECT_EQ(run(sum), "-- 900\n");
 }
 
 }  // namespace

@@ -1,0 +1,65 @@
+// Lingo's rules for values: how they print, how they turn into text and numbers, how they compare.
+//
+// Two text forms exist. The literal form is what `put` shows: strings in quotes, symbols with "#",
+// floats with four decimals, VOID as <Void>. The text form is what `string()` and `&` give: a
+// string is itself, a symbol its bare name, VOID the empty string; lists use the literal form.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "host/value.h"
+
+namespace tessel::lingo {
+
+using host::List;
+using host::ListPtr;
+using host::PropList;
+using host::PropListPtr;
+using host::Symbol;
+using host::Value;
+using host::Void;
+
+// ---- ASCII case folding (Lingo names, symbols and string comparison ignore case) -------------
+inline char foldCase(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
+std::string lowerCase(std::string_view s);
+bool equalNoCase(std::string_view a, std::string_view b);
+// <0, 0 or >0, comparing byte by byte after folding case.
+int compareNoCase(std::string_view a, std::string_view b);
+// Position of `needle` in `hay` ignoring case, or npos. Linear time.
+size_t findNoCase(std::string_view hay, std::string_view needle);
+
+// ---- Numbers ------------------------------------------------------------------------------------
+// Lingo's float display: four decimals ("3.1416"), "INF", "-INF", "NAN"; independent of locale.
+std::string formatFloat(double d);
+// Reads a whole text (blanks around it allowed) as a Lingo number: an integer when it is digits
+// that fit 32 bits, a float otherwise. False when the text is not a number.
+bool parseNumber(std::string_view text, Value& out);
+// Rounds half away from zero, as integer() does; false for NaN and values beyond 32 bits.
+bool roundToInt32(double d, int32_t& out);
+
+// ---- Text forms ---------------------------------------------------------------------------------
+// Both throw ScriptError when the text would grow beyond `maxBytes`; lists nested deeper than a
+// fixed depth (a list that holds itself) print as "...".
+std::string literalText(const Value& v, size_t maxBytes);
+std::string plainText(const Value& v, size_t maxBytes);
+
+// ---- Comparison ---------------------------------------------------------------------------------
+// Lingo's "=": numbers by value, strings and symbols ignoring case, a number and a numeric string
+// as numbers, lists item by item. `budget` counts the items visited; running out is an error.
+bool lingoEquals(const Value& a, const Value& b, size_t& budget);
+// Lingo's ordering for < > <= >=: -1, 0 or 1, or 2 when unordered (NaN). Throws ScriptError for
+// values that have no order (lists, symbols against numbers).
+int lingoCompare(const Value& a, const Value& b);
+// A total order over all values (used by sort(), never throws): VOID, numbers, strings, symbols,
+// lists, property lists; NaN after all other numbers.
+bool sortsBefore(const Value& a, const Value& b);
+// Equality of property names: same kind, symbols ignoring case, strings exactly, numbers by value.
+bool samePropName(const Value& a, const Value& b);
+
+// #integer, #float, #string, #symbol, #list, #propList or #void.
+const char* ilkName(const Value& v);
+
+}  // namespace tessel::lingo

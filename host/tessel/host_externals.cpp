@@ -1,0 +1,41 @@
+#include "host/tessel/host_externals.h"
+
+#include <exception>
+
+namespace tessel::runner {
+
+int HostExternals::lookup(const std::string& name) {
+  const host::MethodInfo* m = host_.findMethod(name);
+  if (!m) return -1;
+  auto [it, inserted] = ids_.try_emplace(m, static_cast<int>(methods_.size()));
+  if (inserted) methods_.push_back(m);
+  return it->second;
+}
+
+bool HostExternals::call(int id, const std::vector<host::Value>& args, host::Value& result,
+                         std::string& error) {
+  if (id < 0 || static_cast<size_t>(id) >= methods_.size()) {
+    error = "Unknown Xtra method";
+    return false;
+  }
+  const host::MethodInfo& m = *methods_[static_cast<size_t>(id)];
+  try {
+    moa::MoaError err = host_.callMethod(m, args, result);
+    if (err != moa::kMoaErr_NoErr) {
+      error = m.name + ": " + host::describeError(err);
+      return false;
+    }
+    return true;
+  } catch (const std::exception& e) {
+    error = m.name + ": " + e.what();
+  } catch (...) {
+    error = m.name + ": the call failed";
+  }
+  return false;
+}
+
+std::optional<std::string> HostExternals::interfaceText(const std::string& xtraName) {
+  return host_.messageTable(xtraName);
+}
+
+}  // namespace tessel::runner

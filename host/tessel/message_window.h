@@ -1,0 +1,20 @@
+// The interactive message window: reads lines (through GNU readline on a terminal, plainly
+// otherwise), collects multi-line constructs until they are complete, and runs each.
+#pragma once
+
+#include <csignal>
+
+#include "host/lingo/interpreter.h"
+
+namespace tessel::runner {
+
+// Set by SIGINT while code runs; the interpreter stops with "Interrupted".
+extern volatile std::sig_atomic_t interruptFlag;
+
+// Runs `code` with Ctrl-C stopping it. Errors go to standard error as "error: LINE: message".
+bool runReported(lingo::Interpreter& lingo, const std::string& code, int firstLine);
+
+// Runs the message window until the end of input. Returns the process exit status.
+int messageWindow(lingo::Interpreter& lingo);
+
+}  // namespace tessel::runner

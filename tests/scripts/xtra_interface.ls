@@ -1,0 +1,2 @@
+-- The registered method table, as the message window shows it.
+put interface(xtra "Tessel")

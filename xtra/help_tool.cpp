@@ -50,7 +50,9 @@ void openHelpDocument() {
     }
   }
   // ...else the installed help: Help/Tessel.help in the system's help folder.
-  std::string info = paths::nativePath(platform::macRomanToUtf8(paths::sysFolder("info")));
+  std::string info = platform::macRomanToUtf8(paths::sysFolder("info"));
+  if (info.size() > 994) info.resize(994);  // the folder's path buffer
+  info = paths::nativePath(info);
   if (info.empty()) return;
   paths::addTrailingSeparator(info);
   std::string installed = info + "Help/Tessel.help";

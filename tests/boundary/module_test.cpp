@@ -153,6 +153,31 @@ TEST(Module, InterfaceObjectsCountReferencesAndHoldTheModule) {
   EXPECT_EQ(s.calloc.liveBlocks(), 0u);
 }
 
+// Shut-down releases the services in a fixed order and stops at the first release that answers
+// non-zero (a service another holder still has), leaving the rest held: with two instances alive,
+// the first one to go gives back only its value service.
+TEST(Module, ShutDownStopsAtTheFirstServiceStillHeldElsewhere) {
+  auto m = openModule();
+  ASSERT_TRUE(m);
+  host::Host host;
+  HostServices& s = host::services(host);
+  MoaObjectHeader* first = nullptr;
+  MoaObjectHeader* second = nullptr;
+  ASSERT_EQ(m->createInstance(kScriptClass, &s.callback, &s.calloc, &first), 0);
+  ASSERT_EQ(m->createInstance(kScriptClass, &s.callback, &s.calloc, &second), 0);
+  EXPECT_EQ(host.serviceReferences(), 18u);
+  first->Release();
+  EXPECT_EQ(host.serviceReferences(), 17u);
+  EXPECT_EQ(s.value.refs().count(), 1u);
+  second->Release();
+  // The second gives back its value service, then its Lingo value service, which the first
+  // still holds, and stops there.
+  EXPECT_EQ(host.serviceReferences(), 15u);
+  EXPECT_EQ(s.utils.refs().count(), 1u);
+  EXPECT_EQ(s.value.refs().count(), 0u);
+  EXPECT_EQ(m->canUnloadNow(), 0);
+}
+
 TEST(Module, HostThatIsNotDirectorGivesNoPlayerOrMovieService) {
   auto m = openModule();
   ASSERT_TRUE(m);

@@ -35,6 +35,12 @@ TEST_F(PathRule, AtIsTheMoviesFolderWithTheRestAppendedAsWritten) {
   EXPECT_GT(movie_.valueCalls, 0);
 }
 
+TEST_F(PathRule, WithoutAMoviePathTheApplicationsFolderIsTheBase) {
+  movie_.folder = "";  // the test movie answers "/usr/bin/" for the application's path
+  EXPECT_EQ(text("tsHFSName", {Value("@:tessel")}), startupVolumeName(*host_) + ":usr:bin:tessel");
+  EXPECT_EQ(movie_.valueCalls, 2);
+}
+
 TEST_F(PathRule, WithUnixNamesTheBaseIsAUnixPathAndTheRestsColonsBecomeSlashes) {
   unixNames(true);
   EXPECT_EQ(text("tsUnixName", {Value("@:Media:clip.mov")}), dir_.str() + "/Work/Media/clip.mov");

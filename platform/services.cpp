@@ -1,5 +1,6 @@
 // The installed platform services: the Linux backends, created on first use, unless a test has
 // put fakes in their place. One thread only (the host's), so no locking.
+#include "platform/files.h"
 #include "platform/folders.h"
 #include "platform/volumes.h"
 
@@ -18,6 +19,11 @@ uint64_t& volumeSerial() {
 
 std::unique_ptr<FolderService>& folderSlot() {
   static std::unique_ptr<FolderService> slot;
+  return slot;
+}
+
+std::unique_ptr<FileService>& fileSlot() {
+  static std::unique_ptr<FileService> slot;
   return slot;
 }
 
@@ -47,6 +53,18 @@ FolderService& folderService() {
 std::unique_ptr<FolderService> setFolderService(std::unique_ptr<FolderService> service) {
   auto previous = std::move(folderSlot());
   folderSlot() = std::move(service);
+  return previous;
+}
+
+FileService& fileService() {
+  auto& slot = fileSlot();
+  if (!slot) slot = makeLinuxFileService();
+  return *slot;
+}
+
+std::unique_ptr<FileService> setFileService(std::unique_ptr<FileService> service) {
+  auto previous = std::move(fileSlot());
+  fileSlot() = std::move(service);
   return previous;
 }
 

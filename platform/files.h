@@ -1,0 +1,118 @@
+// Files and folders as the operating system keeps them.
+//
+// Every file operation of the Xtra (files/, formats/, and the other subsystems where they touch
+// files) goes through this service, so the logic above it runs against a fake in unit tests. Paths
+// here are Linux file-system paths (paths::nativePath has already resolved both host styles).
+//
+// The service reports failures as false / nothing and leaves errno-style detail in `lastError()`,
+// which callers use only where a rule distinguishes causes (a missing item from a refused one).
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tessel::platform {
+
+enum class FileKind { File, Folder, Link, Other };
+
+struct FileInfo {
+  FileKind kind = FileKind::Other;
+  uint64_t size = 0;   // bytes of data (a link: the length of its target text)
+  uint32_t mode = 0;   // the permission bits (07777)
+  uint32_t uid = 0;
+  uint32_t gid = 0;
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  // Unix times of the last modification and, where the filesystem records it, of the creation.
+  int64_t modifiedSeconds = 0;
+  uint32_t modifiedNanoseconds = 0;
+  std::optional<int64_t> createdSeconds;
+};
+
+// The Finder information that travels with a file: type, creator and Finder flags, kept as the
+// classic 32-byte record (big-endian; type at 0, creator at 4, flags at 8, the rest preserved).
+struct FinderInfo {
+  std::array<uint8_t, 32> bytes{};
+
+  uint32_t type() const;
+  uint32_t creator() const;
+  uint16_t flags() const;
+  void setType(uint32_t code);
+  void setCreator(uint32_t code);
+  void setFlags(uint16_t flags);
+};
+
+// An open file. Reads and writes move large blocks; nothing here works a byte at a time.
+class OpenFile {
+ public:
+  virtual ~OpenFile() = default;
+  // Bytes read into `buffer` (0 at end of file), or -1 on an error.
+  virtual int64_t read(void* buffer, size_t size) = 0;
+  virtual int64_t readAt(void* buffer, size_t size, uint64_t offset) = 0;
+  // Writes all of `data` or fails.
+  virtual bool write(const void* data, size_t size) = 0;
+  virtual bool writeAt(const void* data, size_t size, uint64_t offset) = 0;
+  virtual std::optional<uint64_t> size() = 0;
+  // Data and metadata to the disk (fsync).
+  virtual bool sync() = 0;
+  // The descriptor, for services that hand a file to another system call (copy_file_range).
+  virtual int descriptor() const = 0;
+};
+
+enum class OpenMode {
+  Read,        // an existing file, read only
+  ReadWrite,   // an existing file, read and write, not truncated
+  CreateNew,   // a new file (fails when the name exists), read and write, mode 0666 & ~umask
+};
+
+class FileService {
+ public:
+  virtual ~FileService() = default;
+
+  // ---- Queries --------------------------------------------------------------------------------
+  // What the path names; a symbolic link is followed unless `followLinks` is false.
+  virtual std::optional<FileInfo> info(const std::string& path, bool followLinks = true) = 0;
+  // The errno of the last failed operation of this service (ENOENT, EACCES, EXDEV, ...).
+  virtual int lastError() const = 0;
+
+  // ---- Data -------------------------------------------------------------------------------------
+  virtual std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) = 0;
+
+  // ---- Names ------------------------------------------------------------------------------------
+  virtual bool createFolder(const std::string& path) = 0;   // one level, mode 0777 & ~umask
+  virtual bool removeFile(const std::string& path) = 0;     // a file or a link (unlink)
+  virtual bool removeFolder(const std::string& path) = 0;   // an empty folder
+  // Renames, replacing an existing file at `to` (rename(2)).
+  virtual bool rename(const std::string& from, const std::string& to) = 0;
+  // Swaps two names atomically (renameat2 RENAME_EXCHANGE). False, with lastError() EINVAL or
+  // ENOSYS, where the filesystem cannot; callers then fall back to rename().
+  virtual bool exchange(const std::string& a, const std::string& b) = 0;
+  // Makes a finished creation, deletion or rename durable: fsync of the folder.
+  virtual bool syncFolder(const std::string& folder) = 0;
+
+  // A folder for temporary files on the same filesystem as `path` (so a rename from it into
+  // place is atomic), created when missing; "" when there is none.
+  virtual std::string temporaryFolderFor(const std::string& path) = 0;
+
+  // ---- Finder information -------------------------------------------------------------------------
+  // Nothing when the file has none (or the filesystem keeps no extended attributes).
+  virtual std::optional<FinderInfo> finderInfo(const std::string& path) = 0;
+  virtual bool setFinderInfo(const std::string& path, const FinderInfo& info) = 0;
+};
+
+// The service in use: the Linux backend unless a test installed another.
+FileService& fileService();
+
+// Installs `service` (nullptr restores the Linux backend) and returns the one it replaces.
+std::unique_ptr<FileService> setFileService(std::unique_ptr<FileService> service);
+
+// The Linux backend (POSIX calls, statx, renameat2, extended attributes).
+std::unique_ptr<FileService> makeLinuxFileService();
+
+}  // namespace tessel::platform

@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tessel::platform {
@@ -65,6 +66,15 @@ class OpenFile {
   virtual int descriptor() const = 0;
 };
 
+// One item of a folder listing.
+struct FolderEntry {
+  std::string name;
+  FileKind kind = FileKind::Other;  // a symbolic link is Link, whatever it points to
+};
+
+// Called after each block a copy moves, with the bytes copied so far; false cancels the copy.
+using CopyProgress = std::function<bool(uint64_t copiedBytes)>;
+
 enum class OpenMode {
   Read,        // an existing file, read only
   ReadWrite,   // an existing file, read and write, not truncated
@@ -86,9 +96,10 @@ class FileService {
 
   // ---- Names ------------------------------------------------------------------------------------
   virtual bool createFolder(const std::string& path) = 0;   // one level, mode 0777 & ~umask
-  virtual bool removeFile(const std::string& path) = 0;     // a file or a link (unlink)
+  // A file or a link (unlink), together with the item's resource-fork companion.
+  virtual bool removeFile(const std::string& path) = 0;
   virtual bool removeFolder(const std::string& path) = 0;   // an empty folder
-  // Renames, replacing an existing file at `to` (rename(2)).
+  // Renames, replacing an existing file at `to` (rename(2)); the resource fork goes along.
   virtual bool rename(const std::string& from, const std::string& to) = 0;
   // Swaps two names atomically (renameat2 RENAME_EXCHANGE). False, with lastError() EINVAL or
   // ENOSYS, where the filesystem cannot; callers then fall back to rename().
@@ -100,10 +111,42 @@ class FileService {
   // place is atomic), created when missing; "" when there is none.
   virtual std::string temporaryFolderFor(const std::string& path) = 0;
 
-  // ---- Finder information -------------------------------------------------------------------------
+  // ---- Folders ----------------------------------------------------------------------------------------
+  // A snapshot of the folder's items in the order the filesystem lists them, without "." and
+  // "..", and without the companion files that hold other items' resource forks. One pass over
+  // the folder; callers index into the snapshot instead of reading the folder again.
+  virtual bool listFolder(const std::string& path, std::vector<FolderEntry>& entries) = 0;
+
+  // ---- Links -----------------------------------------------------------------------------------------
+  virtual std::optional<std::string> readLink(const std::string& path) = 0;
+  virtual bool createLink(const std::string& target, const std::string& path) = 0;
+
+  // ---- Copying ---------------------------------------------------------------------------------------
+  // Copies the file `from` to the new name `to` (which must not exist): its data in large blocks
+  // (copy_file_range, a reflink where the filesystem offers one), its permission bits, its
+  // extended attributes, Finder information and resource fork. `progress`, when given, is called
+  // after every block of at most `blockSize` bytes (0: the service's own size) and may cancel.
+  virtual bool copyFile(const std::string& from, const std::string& to,
+                        const CopyProgress& progress = {}, size_t blockSize = 0) = 0;
+
+  // ---- Permissions, locks, invisibility -------------------------------------------------------------
+  virtual bool setMode(const std::string& path, uint32_t mode) = 0;
+  // A locked item may not be deleted, renamed or overwritten until it is unlocked.
+  virtual bool isLocked(const std::string& path) = 0;
+  virtual bool setLocked(const std::string& path, bool locked) = 0;
+  // Invisible: a name beginning with "." always is; others when the folder's ".hidden" list
+  // names them (the list desktop file managers honour).
+  virtual bool isHidden(const std::string& path) = 0;
+  virtual bool setHidden(const std::string& path, bool hidden) = 0;
+
+  // ---- Finder information and resource forks ----------------------------------------------------------
   // Nothing when the file has none (or the filesystem keeps no extended attributes).
   virtual std::optional<FinderInfo> finderInfo(const std::string& path) = 0;
   virtual bool setFinderInfo(const std::string& path, const FinderInfo& info) = 0;
+  // The resource fork's bytes; "" when the file has none.
+  virtual std::optional<std::string> resourceFork(const std::string& path) = 0;
+  virtual uint64_t resourceForkSize(const std::string& path) = 0;
+  virtual bool setResourceFork(const std::string& path, std::string_view data) = 0;
 };
 
 // The service in use: the Linux backend unless a test installed another.

@@ -1,11 +1,16 @@
 // Files on Linux: POSIX calls on paths, statx for birth times, renameat2 for the atomic swap.
+#include <dirent.h>
 #include <fcntl.h>
 #include <glib.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <vector>
 
 #include "platform/files.h"
 
@@ -169,14 +174,172 @@ class LinuxFileService final : public FileService {
     return folder;
   }
 
-  // Finder information lives in the files layer's store; until that is in place no file has any.
+  bool listFolder(const std::string& path, std::vector<FolderEntry>& entries) override {
+    entries.clear();
+    DIR* dir = ::opendir(path.c_str());
+    if (dir == nullptr) return check(false);
+    int fd = ::dirfd(dir);
+    errno = 0;
+    while (struct dirent* d = ::readdir(dir)) {
+      std::string_view name = d->d_name;
+      if (name == "." || name == "..") continue;
+      FolderEntry entry;
+      entry.name = name;
+      unsigned char type = d->d_type;
+      if (type == DT_UNKNOWN) {
+        struct stat st {};
+        if (::fstatat(fd, d->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0) entry.kind = kindOf(st.st_mode);
+      } else {
+        entry.kind = type == DT_REG   ? FileKind::File
+                     : type == DT_DIR ? FileKind::Folder
+                     : type == DT_LNK ? FileKind::Link
+                                      : FileKind::Other;
+      }
+      entries.push_back(std::move(entry));
+      errno = 0;
+    }
+    bool ok = errno == 0;
+    if (!ok) error_ = errno;
+    ::closedir(dir);
+    return ok;
+  }
+
+  std::optional<std::string> readLink(const std::string& path) override {
+    std::string target(256, '\0');
+    for (;;) {
+      ssize_t n = ::readlink(path.c_str(), target.data(), target.size());
+      if (n < 0) return fail(errno);
+      if (static_cast<size_t>(n) < target.size()) {
+        target.resize(static_cast<size_t>(n));
+        return target;
+      }
+      target.resize(target.size() * 2);
+    }
+  }
+
+  bool createLink(const std::string& target, const std::string& path) override {
+    return check(::symlink(target.c_str(), path.c_str()) == 0);
+  }
+
+  bool copyFile(const std::string& from, const std::string& to, const CopyProgress& progress,
+                size_t blockSize) override {
+    int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0) return check(false);
+    struct stat st {};
+    if (::fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
+      error_ = errno != 0 ? errno : EINVAL;
+      ::close(in);
+      return false;
+    }
+    int out = ::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, st.st_mode & 07777);
+    if (out < 0) {
+      error_ = errno;
+      ::close(in);
+      return false;
+    }
+    bool ok = copyData(in, out, progress, blockSize) && ::fchmod(out, st.st_mode & 07777) == 0;
+    if (!ok) error_ = errno != 0 ? errno : EIO;
+    if (ok) copyAttributes(in, out);
+    ::close(in);
+    if (::close(out) != 0 && ok) {
+      ok = false;
+      error_ = errno;
+    }
+    return ok;
+  }
+
+  bool setMode(const std::string& path, uint32_t mode) override {
+    return check(::chmod(path.c_str(), mode & 07777) == 0);
+  }
+
+  // The files layer's model (locks, the ".hidden" list, Finder information and resource forks)
+  // is built on extended attributes and companion files; until it is in place no file has any.
+  bool isLocked(const std::string&) override { return false; }
+  bool setLocked(const std::string&, bool) override { return unsupported(); }
+  bool isHidden(const std::string& path) override {
+    std::string_view name = std::string_view(path).substr(path.find_last_of('/') + 1);
+    return !name.empty() && name[0] == '.';
+  }
+  bool setHidden(const std::string&, bool) override { return unsupported(); }
   std::optional<FinderInfo> finderInfo(const std::string&) override { return fail(ENOTSUP); }
-  bool setFinderInfo(const std::string&, const FinderInfo&) override {
+  bool setFinderInfo(const std::string&, const FinderInfo&) override { return unsupported(); }
+  std::optional<std::string> resourceFork(const std::string&) override { return std::string(); }
+  uint64_t resourceForkSize(const std::string&) override { return 0; }
+  bool setResourceFork(const std::string&, std::string_view) override { return unsupported(); }
+
+ private:
+  // The data in blocks: copy_file_range (which reflinks or copies inside the kernel), falling
+  // back to read/write where the two filesystems do not allow it.
+  static bool copyData(int in, int out, const CopyProgress& progress, size_t blockSize) {
+    const size_t block = blockSize != 0 ? blockSize : size_t{1} << 30;
+    uint64_t copied = 0;
+    bool kernelCopy = true;
+    std::vector<char> buffer;
+    for (;;) {
+      ssize_t n = -1;
+      if (kernelCopy) {
+        n = ::copy_file_range(in, nullptr, out, nullptr, block, 0);
+        if (n < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
+          kernelCopy = false;
+          continue;
+        }
+      } else {
+        if (buffer.empty()) buffer.resize(std::min<size_t>(block, size_t{1} << 20));
+        n = ::read(in, buffer.data(), buffer.size());
+        if (n > 0 && !writeAll(out, buffer.data(), static_cast<size_t>(n))) return false;
+      }
+      if (n < 0) {
+        if (errno == EINTR) continue;
+        return false;
+      }
+      if (n == 0) return true;
+      copied += static_cast<uint64_t>(n);
+      if (progress && !progress(copied)) {
+        errno = ECANCELED;
+        return false;
+      }
+    }
+  }
+
+  static bool writeAll(int fd, const char* p, size_t size) {
+    while (size > 0) {
+      ssize_t w = ::write(fd, p, size);
+      if (w < 0) {
+        if (errno == EINTR) continue;
+        return false;
+      }
+      p += w;
+      size -= static_cast<size_t>(w);
+    }
+    return true;
+  }
+
+  // Every extended attribute of the source that the destination accepts.
+  static void copyAttributes(int in, int out) {
+    ssize_t len = ::flistxattr(in, nullptr, 0);
+    if (len <= 0) return;
+    std::string names(static_cast<size_t>(len), '\0');
+    len = ::flistxattr(in, names.data(), names.size());
+    if (len <= 0) return;
+    names.resize(static_cast<size_t>(len));
+    std::string value;
+    for (size_t at = 0; at < names.size();) {
+      const char* name = names.c_str() + at;
+      at += std::strlen(name) + 1;
+      ssize_t vlen = ::fgetxattr(in, name, nullptr, 0);
+      if (vlen < 0) continue;
+      value.resize(static_cast<size_t>(vlen));
+      vlen = ::fgetxattr(in, name, value.data(), value.size());
+      if (vlen < 0) continue;
+      ::fsetxattr(out, name, value.data(), static_cast<size_t>(vlen), 0);
+    }
+  }
+
+  bool unsupported() {
     error_ = ENOTSUP;
     return false;
   }
 
- private:
   static std::string parentOf(const std::string& path) {
     size_t slash = path.find_last_of('/');
     if (slash == std::string::npos) return ".";

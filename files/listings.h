@@ -1,4 +1,5 @@
-// Folder listings and the file-spec methods that act on a folder's files.
+// Folder listings, the file-spec methods that act on a folder's files, and the folder walks the
+// copy engine, the progress copies and the disk search share.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +8,21 @@
 #include <vector>
 
 namespace tessel::files {
+
+// ---- Shared walks ------------------------------------------------------------------------------------
+
+// The general file-spec test of the delete, size and copy methods, for one item of a folder.
+bool matchFileSpec(std::string_view folder, std::string_view name, std::string_view fileSpec);
+// How many files directly in the folder match; 0 when the folder cannot be listed.
+int32_t countMatchingFiles(std::string_view folder, std::string_view fileSpec);
+// The total size (data and resource forks) of the matching files directly in the folder, or in
+// the whole tree (bundles and dot-folders included) when `subFolders` is true.
+uint64_t matchingFilesSize(std::string_view folder, std::string_view fileSpec, bool subFolders);
+// The folder and all its subfolders, breadth-first, root first, each path with its trailing
+// separator in the folder's own style; empty when the folder cannot be listed.
+std::vector<std::string> buildFolderTree(std::string_view folder, bool includeBundles);
+
+// ---- Lingo methods -------------------------------------------------------------------------------------
 
 std::vector<std::string> fileList(std::string_view folder, std::string_view type);
 std::vector<std::string> folderList(std::string_view folder);

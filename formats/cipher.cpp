@@ -1,12 +1,150 @@
 #include "formats/cipher.h"
 
-namespace tessel::formats {
+#include <algorithm>
+#include <cstring>
+#include <vector>
 
-// Placeholder until the cipher is built: the empty text.
-std::string encryptText(std::string_view, std::string_view) { return ""; }
-// Placeholder until the cipher is built: the empty text.
-std::string decryptText(std::string_view, std::string_view) { return ""; }
-// Placeholder until the cipher is built: the failure value.
-int32_t encryptFile(std::string_view, std::string_view) { return 0; }
+#include "paths/paths.h"
+#include "platform/files.h"
+
+namespace tessel::formats {
+namespace {
+
+// A C string's view of a text: up to its first NUL and at most `limit` bytes.
+std::string_view cString(std::string_view text, size_t limit) {
+  text = text.substr(0, std::min(limit, text.size()));
+  return text.substr(0, std::min(text.find('\0'), text.size()));
+}
+
+// XOR with the key, leaving a byte that equals its key byte as it is, so that no zero byte
+// appears and the operation is its own inverse.
+void xorText(std::string& text, size_t count, const std::string& key) {
+  if (key.empty()) return;
+  const size_t k = key.size();
+  for (size_t i = 0; i < count; ++i) {
+    char m = key[i % k];
+    if (text[i] != m) text[i] = static_cast<char>(text[i] ^ m);
+  }
+}
+
+char armourChar(unsigned v) { return v == 0 ? '`' : static_cast<char>(v + 32); }
+
+std::string armour(const std::string& bytes) {
+  const size_t n = bytes.size();
+  const size_t groups = n / 3 + 1;
+  std::string out;
+  out.reserve(groups * 4);
+  auto at = [&](size_t i) -> unsigned {
+    return i < n ? static_cast<unsigned char>(bytes[i]) : 0u;
+  };
+  for (size_t g = 0; g < groups; ++g) {
+    unsigned b0 = at(3 * g), b1 = at(3 * g + 1), b2 = at(3 * g + 2);
+    out += armourChar(b0 >> 2);
+    out += armourChar(((b0 << 4) & 0x30) + (b1 >> 4));
+    out += armourChar(((b1 << 2) & 0x3C) + (b2 >> 6));
+    out += armourChar(b2 & 0x3F);
+  }
+  return out;
+}
+
+// Every character goes through the same arithmetic, valid or not; the result ends at the first
+// zero byte decoded.
+std::string removeArmour(std::string_view text) {
+  const size_t n = text.size();
+  const size_t groups = n / 4 + 1;
+  std::string out;
+  out.reserve(groups * 3);
+  auto at = [&](size_t i) -> unsigned {
+    return i < n ? static_cast<unsigned char>(text[i]) : 0u;
+  };
+  for (size_t g = 0; g < groups; ++g) {
+    unsigned c0 = at(4 * g), c1 = at(4 * g + 1), c2 = at(4 * g + 2), c3 = at(4 * g + 3);
+    const unsigned bytes[3] = {
+        (((c0 - 32) << 2) + (((c1 - 32) >> 4) & 3)) & 0xFF,
+        (((c1 << 4) & 0xF0) + (((c2 - 32) >> 2) & 0x0F)) & 0xFF,
+        (((c2 << 6) & 0xC0) + ((c3 - 32) & 0x3F)) & 0xFF,
+    };
+    for (unsigned b : bytes) {
+      if (b == 0) return out;
+      out += static_cast<char>(b);
+    }
+  }
+  return out;
+}
+
+// Block size of the file cipher's reads and writes: a whole number of key phases.
+constexpr size_t kFileBlock = kFileKeyPhase * 512;
+
+}  // namespace
+
+const std::array<uint8_t, 21>& cipherMask() {
+  // Built on first use from a small generator rather than stored as text.
+  static const std::array<uint8_t, 21> mask = [] {
+    std::array<uint8_t, 21> m{};
+    uint32_t state = 0x7A3C1D5Bu;
+    for (uint8_t& byte : m) {
+      state = state * 1103515245u + 12345u;
+      byte = static_cast<uint8_t>((state >> 16) % 255u + 1u);
+    }
+    return m;
+  }();
+  return mask;
+}
+
+std::string effectiveKey(std::string_view key, size_t limit) {
+  key = cString(key, limit);
+  const auto& mask = cipherMask();
+  std::string out;
+  out.reserve(key.size());
+  for (size_t i = 0; i < key.size(); ++i) {
+    char c = static_cast<char>(static_cast<uint8_t>(key[i]) ^ mask[i % mask.size()]);
+    if (c == '\0') break;
+    out += c;
+  }
+  return out;
+}
+
+std::string encryptText(std::string_view text, std::string_view key) {
+  std::string k = effectiveKey(key, kTextKeyLen);
+  std::string bytes(cString(text, kPlainTextLen));
+  xorText(bytes, bytes.size(), k);
+  return armour(bytes);
+}
+
+std::string decryptText(std::string_view text, std::string_view key) {
+  std::string k = effectiveKey(key, kTextKeyLen);
+  std::string bytes = removeArmour(cString(text, kCipherTextLen));
+  xorText(bytes, std::min(bytes.size(), kPlainTextLen), k);
+  return bytes;
+}
+
+int32_t encryptFile(std::string_view file, std::string_view key) {
+  const std::string k = effectiveKey(key, kFileKeyLen);
+  std::string native = paths::nativePath(file);
+  platform::FileService& files = platform::fileService();
+  if (native.empty() || !files.info(native)) return 0;
+  std::unique_ptr<platform::OpenFile> open = files.open(native, platform::OpenMode::ReadWrite);
+  if (!open) return 0;
+  if (k.empty()) return 1;  // an empty key leaves the data as it is
+
+  // The key stream of one phase, repeated over a block and one more phase, so that a block
+  // starting anywhere in a phase XORs with one straight run of it.
+  std::vector<uint8_t> pad(kFileBlock + kFileKeyPhase);
+  for (size_t i = 0; i < pad.size(); ++i)
+    pad[i] = static_cast<uint8_t>(k[(i % kFileKeyPhase) % k.size()]);
+  std::vector<uint8_t> block(kFileBlock);
+
+  uint64_t offset = 0;
+  for (;;) {
+    int64_t n = open->readAt(block.data(), block.size(), offset);
+    if (n <= 0) break;  // end of file, or a read error: what is done stays done
+    const uint8_t* p = pad.data() + offset % kFileKeyPhase;
+    const size_t count = static_cast<size_t>(n);
+    for (size_t i = 0; i < count; ++i) block[i] ^= p[i];
+    if (!open->writeAt(block.data(), count, offset)) break;
+    offset += count;
+  }
+  return 1;
+}
 
 }  // namespace tessel::formats

@@ -172,11 +172,24 @@ bool isFolder(const std::string& path) {
   return !path.empty() && path[0] == '/' && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+// The XDG base folders are the user's whether or not they exist yet: a missing one is made
+// (mode 0700) and answered, so that nothing meant for the user lands in a machine folder.
+bool isUserBaseFolder(std::string_view candidate) {
+  return candidate == "$CONFIG" || candidate == "$DATA" || candidate == "$CACHE" ||
+         candidate == "$STATE";
+}
+
 // The first candidate that is an existing folder.
 std::string firstExisting(const Candidates& candidates) {
   for (const char* candidate : candidates) {
     if (candidate == nullptr) continue;
     std::string_view text = candidate;
+    if (isUserBaseFolder(text)) {
+      std::vector<std::string> values = expandVariable(text.substr(1));
+      if (values.empty() || values[0].empty() || values[0][0] != '/') continue;
+      platform::folderService().createUserBaseDir(values[0]);
+      return values[0];
+    }
     size_t dollar = text.find('$');
     if (dollar == std::string_view::npos) {
       if (isFolder(candidate)) return candidate;

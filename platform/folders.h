@@ -35,6 +35,10 @@ class FolderService {
   virtual std::string tmpDir() = 0;                         // $TMPDIR, else /tmp
   virtual std::vector<std::string> systemConfigDirs() = 0;  // $XDG_CONFIG_DIRS, /etc/xdg
   virtual std::string kernelRelease() = 0;                  // uname -r
+
+  // Creates a missing XDG base folder of the user (and its missing parents) with mode 0700, as
+  // the base-directory rules ask before anything is written there; true when it exists after.
+  virtual bool createUserBaseDir(const std::string& /*path*/) { return false; }
 };
 
 // The service in use: the Linux backend unless a test installed another.

@@ -1,6 +1,11 @@
 // The XDG folders through GLib, which reads $XDG_* and ~/.config/user-dirs.dirs.
+#include <fcntl.h>
 #include <glib.h>
+#include <sys/stat.h>
 #include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "platform/folders.h"
 
@@ -60,6 +65,35 @@ class LinuxFolderService final : public FolderService {
     struct utsname names {};
     if (::uname(&names) != 0) return "";
     return names.release;
+  }
+
+  bool createUserBaseDir(const std::string& path) override {
+    if (path.empty() || path[0] != '/') return false;
+    struct stat st {};
+    if (::stat(path.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
+    // One level at a time from the first missing folder, each creation made durable.
+    for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
+      std::string folder = path.substr(0, slash);
+      if (::stat(folder.c_str(), &st) != 0) {
+        if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return false;
+        syncFolder(parentOf(folder));
+      }
+      if (slash == std::string::npos) break;
+    }
+    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+  }
+
+ private:
+  static std::string parentOf(const std::string& path) {
+    size_t slash = path.find_last_of('/');
+    return slash == 0 || slash == std::string::npos ? std::string("/") : path.substr(0, slash);
+  }
+
+  static void syncFolder(const std::string& folder) {
+    int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return;
+    ::fsync(fd);
+    ::close(fd);
   }
 };
 

@@ -152,3 +152,26 @@ TEST_F(FoldersTest, ResultsAreMacRoman) {
 
 }  // namespace
 }  // namespace tessel::paths
+
+namespace tessel::paths {
+namespace {
+
+// A fresh account has no ~/.config yet; its XDG base folders are still the user's, so a bare INI
+// name never falls through to a machine folder such as /etc.
+TEST_F(FoldersTest, UserBaseFoldersAreAnsweredBeforeTheyExist) {
+  const std::string home = scratch.path() + "/home";
+  EXPECT_EQ(findFolder(fourCC("pref")), home + "/.config");
+  EXPECT_EQ(findFolderIn(fourCC("pref"), kUserDomain), home + "/.config");
+  EXPECT_EQ(findFolder(fourCC("asup")), home + "/.local/share");
+  EXPECT_EQ(findFolder(fourCC("cach")), home + "/.cache");
+  EXPECT_EQ(findFolder(fourCC("logs")), home + "/.local/state");
+  // A domain prefix still chooses the machine's folder.
+  EXPECT_EQ(findFolder(fourCC("pref"), kSystemDomain), "/etc");
+  // Folders inside them are found only when they exist.
+  EXPECT_EQ(findFolderIn(fourCC("trsh"), kUserDomain), "");
+  EXPECT_EQ(findFolderIn(fourCC("strt"), kUserDomain), "");
+  EXPECT_EQ(findFolderIn(fourCC("font"), kUserDomain), "");
+}
+
+}  // namespace
+}  // namespace tessel::paths

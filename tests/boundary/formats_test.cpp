@@ -1,0 +1,332 @@
+// INI files, the cipher and dates through the host, on real files in temporary folders.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <random>
+
+#include "tests/boundary/boundary_support.h"
+
+namespace tessel::testing {
+namespace {
+
+using host::Value;
+
+std::string slurp(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void setModified(const std::filesystem::path& path, time_t t) {
+  struct timespec times[2] = {{t, 0}, {t, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0) << path;
+}
+
+// Sets TZ for the test's duration (the module shares the process's C library).
+class ScopedTimeZone {
+ public:
+  explicit ScopedTimeZone(const char* tz) {
+    const char* old = std::getenv("TZ");
+    had_ = old != nullptr;
+    if (had_) old_ = old;
+    ::setenv("TZ", tz, 1);
+    ::tzset();
+  }
+  ~ScopedTimeZone() {
+    if (had_)
+      ::setenv("TZ", old_.c_str(), 1);
+    else
+      ::unsetenv("TZ");
+    ::tzset();
+  }
+
+ private:
+  bool had_ = false;
+  std::string old_;
+};
+
+class Formats : public XtraTest {
+ protected:
+  std::string readIni(const std::string& section, const std::string& key,
+                      const std::string& fallback, const std::string& file) {
+    return text("tsReadIni", {Value(section), Value(key), Value(fallback), Value(file)});
+  }
+  int32_t writeIni(const std::string& section, const std::string& key, const std::string& value,
+                   const std::string& file) {
+    return integer("tsWriteIni", {Value(section), Value(key), Value(value), Value(file)});
+  }
+  TempDir dir_;
+};
+
+// ---- INI files --------------------------------------------------------------------------------
+
+TEST_F(Formats, IniWriterOutputAndReadBack) {
+  const std::string ini = dir_.str() + "/settings.ini";
+  EXPECT_EQ(readIni("Main", "Key", "default", ini), "default");
+  EXPECT_EQ(writeIni("Main", "Key", "1", ini), 1);
+  EXPECT_EQ(slurp(ini), "[Main]\rKey=1");
+  EXPECT_EQ(writeIni("Main", "Other", "2", ini), 1);
+  EXPECT_EQ(slurp(ini), "[Main]\rKey=1\rOther=2");
+  EXPECT_EQ(writeIni("Second", "Name", "a = b", ini), 1);
+  EXPECT_EQ(writeIni("main", "KEY", "", ini), 1);
+  EXPECT_EQ(slurp(ini), "[Main]\rKEY=\rOther=2\r\r[Second]\rName=a = b\r");
+  EXPECT_EQ(readIni("MAIN", "key", "default", ini), "");  // an empty value, not the default
+  EXPECT_EQ(readIni("Second", "name", "default", ini), "a = b");
+  EXPECT_EQ(readIni("Second", "Missing", "default", ini), "default");
+  EXPECT_EQ(readIni("Third", "Key", "default", ini), "default");
+}
+
+TEST_F(Formats, IniFilesWrittenByHandKeepTheirQuirks) {
+  // Blank lines, CR LF line ends, a key before the first section, spaces around "=".
+  auto ini = dir_.file("hand.ini", "k=0\r\n\r\n[A]\r\nkey = spaced\r\n\r\nKEY=v\r\n\r\n[B]\r\nb=1\r\n");
+  EXPECT_EQ(readIni("A", "key", "-", ini.string()), "v");
+  EXPECT_EQ(readIni("A", "k", "-", ini.string()), "-");
+  EXPECT_EQ(writeIni("A", "new", "n", ini.string()), 1);
+  EXPECT_EQ(slurp(ini), "k=0\r\r[A]\rkey = spaced\rKEY=v\rnew=n\r\r[B]\rb=1\r");
+  // LF-only line ends read as one line; the rewrite keeps it, without its LFs.
+  auto lf = dir_.file("lf.ini", "[A]\nkey=v\n");
+  EXPECT_EQ(readIni("A", "key", "-", lf.string()), "-");
+  EXPECT_EQ(writeIni("A", "key", "w", lf.string()), 1);
+  EXPECT_EQ(slurp(lf), "[A]key=v\r\r[A]\rkey=w");
+  // A byte 255 hides the rest of the file, and the rewrite drops it.
+  auto ff = dir_.file("ff.ini", "[A]\rkey=v\r\xFF[B]\rb=1");
+  EXPECT_EQ(readIni("B", "b", "-", ff.string()), "-");
+  EXPECT_EQ(writeIni("A", "key", "w", ff.string()), 1);
+  EXPECT_EQ(slurp(ff), "[A]\rkey=w\r");
+}
+
+TEST_F(Formats, IniLimitsPathsAndFolders) {
+  const std::string ini = dir_.str() + "/limits.ini";
+  // A value of 32000 characters: the writer keeps the whole line, the reader 32000 characters.
+  const std::string big(32000, 'x');
+  ASSERT_EQ(writeIni("A", "Key", big, ini), 1);
+  EXPECT_EQ(slurp(ini), "[A]\rKey=" + big);
+  EXPECT_EQ(readIni("A", "Key", "", ini).size(), 32000u - 4);
+  // A long default comes back cut to 32001 characters.
+  EXPECT_EQ(readIni("A", "None", std::string(40000, 'd'), ini).size(), 32001u);
+
+  // Missing folders are made; "@" is the movie's folder; an HFS path names the same file.
+  movie_.folder = dir_.str() + "/";
+  EXPECT_EQ(writeIni("S", "k", "1", "@:deep:er:movie.ini"), 1);
+  EXPECT_EQ(slurp(dir_.path() / "deep/er/movie.ini"), "[S]\rk=1");
+  std::string hfs = dir_.str() + "/deep/er/movie.ini";
+  std::replace(hfs.begin(), hfs.end(), '/', ':');
+  hfs = startupVolumeName(*host_) + hfs;
+  EXPECT_EQ(readIni("S", "k", "-", hfs), "1");
+  EXPECT_EQ(readIni("S", "k", "-", dir_.str() + "/deep/er/movie.ini"), "1");
+
+  // A folder in the file's place is a failure; so is a name under a file.
+  std::filesystem::create_directories(dir_.path() / "folder.ini");
+  EXPECT_EQ(writeIni("S", "k", "1", dir_.str() + "/folder.ini"), 0);
+  EXPECT_EQ(writeIni("S", "k", "1", ini + "/below.ini"), 0);
+}
+
+TEST_F(Formats, IniRewriteKeepsPermissionsAndFollowsLinks) {
+  auto ini = dir_.file("private.ini", "[A]\ra=1");
+  ::chmod(ini.c_str(), 0600);
+  ASSERT_EQ(writeIni("A", "a", "2", ini.string()), 1);
+  struct stat st {};
+  ASSERT_EQ(::stat(ini.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0600u);
+  // Through a symbolic link the file behind it is rewritten; the link stays a link.
+  std::filesystem::create_symlink("private.ini", dir_.path() / "link.ini");
+  ASSERT_EQ(writeIni("A", "a", "3", dir_.str() + "/link.ini"), 1);
+  EXPECT_TRUE(std::filesystem::is_symlink(dir_.path() / "link.ini"));
+  EXPECT_EQ(slurp(ini), "[A]\ra=3\r");
+  if (::geteuid() != 0) {
+    ::chmod(ini.c_str(), 0444);
+    EXPECT_EQ(writeIni("A", "a", "4", ini.string()), 0);  // no write permission
+    EXPECT_EQ(slurp(ini), "[A]\ra=3\r");
+  }
+}
+
+// A writer killed at any point leaves either the old or the new file, never a part of one.
+TEST_F(Formats, IniReaderNeverSeesAPartialFile) {
+  const std::string ini = dir_.str() + "/atomic.ini";
+  const std::string a(30000, 'a'), b(30000, 'b');
+  ASSERT_EQ(writeIni("Main", "Key", a, ini), 1);
+  ASSERT_EQ(writeIni("Main", "End", "1", ini), 1);
+  const std::string withA = "[Main]\rKey=" + a + "\rEnd=1";
+  const std::string withB = "[Main]\rKey=" + b + "\rEnd=1\r";
+  const std::string withA2 = withA + "\r";
+  ASSERT_EQ(slurp(ini), withA);
+
+  std::mt19937 rng(42);
+  std::uniform_int_distribution<int> delay(0, 20000);
+  int sawNew = 0;
+  for (int round = 0; round < 40; ++round) {
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      for (int i = 0;; ++i) {
+        host::Value result;
+        host_->callMethod("tsWriteIni",
+                          {Value("Main"), Value("Key"), Value(i % 2 == 0 ? b : a), Value(ini)},
+                          result);
+      }
+    }
+    ::usleep(static_cast<useconds_t>(delay(rng)));
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    const std::string now = slurp(ini);
+    ASSERT_TRUE(now == withA || now == withA2 || now == withB)
+        << "round " << round << ": " << now.size() << " bytes";
+    if (now != withA) ++sawNew;
+  }
+  EXPECT_GT(sawNew, 0);  // the writer did get through sometimes
+  // Temporary files of killed writers: remove those of this test from the temporary folder.
+  for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::temp_directory_path())) {
+    std::string name = entry.path().filename().string();
+    if (name.rfind("gg", 0) == 0 && entry.is_regular_file() &&
+        slurp(entry.path()).rfind("[Main]\rKey=", 0) == 0)
+      std::filesystem::remove(entry.path());
+  }
+}
+
+// A fresh account: no ~/.config yet. A bare INI name lands in the user's own folder, which is
+// made with mode 0700, never in a machine folder.
+TEST_F(Formats, BareIniNameOnAFreshAccountGoesToTheUsersConfigFolder) {
+  const std::filesystem::path home = dir_.path() / "home";
+  std::filesystem::create_directories(home);
+  const std::string runner = std::filesystem::path(xtrasFolder()).parent_path() / "tessel";
+  std::string command =
+      "env -u XDG_CONFIG_HOME -u XDG_DATA_HOME -u XDG_CACHE_HOME -u XDG_STATE_HOME HOME='" +
+      home.string() + "' '" + runner + "'" +
+      " -e 'tsReturnUnixNames(1)'"
+      " -e 'put tsWriteIni(\"Main\", \"Key\", \"1\", \"fresh.ini\")'"
+      " -e 'put tsReadIni(\"Main\", \"Key\", \"none\", \"fresh.ini\")'"
+      " -e 'put tsSysFolder(\"prefs\")' 2>&1";
+  FILE* pipe = ::popen(command.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string output;
+  std::array<char, 512> buffer{};
+  while (size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), n);
+  ASSERT_EQ(::pclose(pipe), 0) << output;
+  EXPECT_EQ(output, "-- 1\n-- \"1\"\n-- \"" + home.string() + "/.config/\"\n");
+  EXPECT_EQ(slurp(home / ".config/fresh.ini"), "[Main]\rKey=1");
+  struct stat st {};
+  ASSERT_EQ(::stat((home / ".config").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0700u);
+}
+
+// ---- The cipher -------------------------------------------------------------------------------
+
+TEST_F(Formats, TextCipherThroughTheHost) {
+  EXPECT_EQ(text("tsEncryptText", {Value(""), Value("key")}), "````");
+  EXPECT_EQ(text("tsEncryptText", {Value("abc"), Value("key")}).size(), 8u);
+  EXPECT_EQ(text("tsEncryptText", {Value("abcdef"), Value("key")}).size(), 12u);
+  std::string plain;
+  for (int i = 0; i < 24001; ++i) plain += static_cast<char>(1 + (i * 7919) % 255);
+  std::string cipher = text("tsEncryptText", {Value(plain), Value("a rather long key")});
+  EXPECT_EQ(cipher.size(), 4u * (24001 / 3 + 1));
+  EXPECT_TRUE(std::all_of(cipher.begin(), cipher.end(), [](char c) { return c >= '!' && c <= '`'; }));
+  EXPECT_EQ(text("tsDecryptText", {Value(cipher), Value("a rather long key")}), plain);
+  std::string wrong = text("tsDecryptText", {Value(cipher), Value("another key")});
+  EXPECT_EQ(wrong.size(), plain.size());
+  EXPECT_NE(wrong, plain);
+  // Malformed cipher text decodes without complaint.
+  EXPECT_EQ(text("tsDecryptText", {Value("````junk"), Value("k")}), "");
+}
+
+TEST_F(Formats, FileCipherIsAnInvolutionOverManyBlocks) {
+  std::string data(5 * 1000 * 1000 + 321, '\0');
+  std::mt19937 rng(1);
+  for (char& c : data) c = static_cast<char>(rng());
+  auto file = dir_.file("movie.dat", data);
+  EXPECT_EQ(integer("tsEncryptFile", {Value(file.string()), Value("k3y")}), 1);
+  std::string once = slurp(file);
+  EXPECT_EQ(once.size(), data.size());
+  EXPECT_NE(once, data);
+  // The key phase starts afresh at every 2000 bytes: bytes 2000 apart change alike.
+  EXPECT_EQ(once[5] ^ data[5], once[2005] ^ data[2005]);
+  EXPECT_EQ(integer("tsEncryptFile", {Value(file.string()), Value("k3y")}), 1);
+  EXPECT_TRUE(slurp(file) == data);
+  EXPECT_EQ(integer("tsEncryptFile", {Value(dir_.str() + "/missing"), Value("k")}), 0);
+  EXPECT_FALSE(std::filesystem::exists(dir_.path() / "missing"));
+}
+
+// ---- Dates and times --------------------------------------------------------------------------
+
+std::string strftimeNow(const char* format, time_t t) {
+  struct tm local {};
+  localtime_r(&t, &local);
+  char buffer[128];
+  size_t n = std::strftime(buffer, sizeof buffer, format, &local);
+  return std::string(buffer, n);
+}
+
+TEST_F(Formats, SystemTimeAgreesWithTheClock) {
+  ScopedTimeZone zone("XST-5:30");
+  struct Case {
+    const char* format;
+    const char* strftimeFormat;
+  };
+  for (const Case& c : {Case{"date", "%Y%m%d"}, Case{"TIME", "%H%M%S"},
+                        Case{"%Y-%0m-%0d %0H:%0M:%0S", "%Y-%m-%d %H:%M:%S"},
+                        Case{"%A %a %B %b %0j %y", "%A %a %B %b %j %y"}}) {
+    time_t before = ::time(nullptr);
+    std::string got = text("tsSystemTime", {Value(c.format)});
+    time_t after = ::time(nullptr);
+    EXPECT_TRUE(got == strftimeNow(c.strftimeFormat, before) ||
+                got == strftimeNow(c.strftimeFormat, after))
+        << c.format << " gave " << got;
+  }
+  EXPECT_EQ(text("tsSystemTime", {Value("100%% %q")}), "100% ");
+}
+
+TEST_F(Formats, FileDatesAndAges) {
+  ScopedTimeZone zone("XST-5:30");  // 5 h 30 east of UTC
+  auto file = dir_.file("dated.txt", "x");
+  const time_t t = 1772719629;  // 2026-03-05 14:07:09 UTC, 19:37:09 local
+  setModified(file, t);
+  const Value path(file.string());
+  EXPECT_EQ(text("tsFileDate", {path, Value("dd.mm.yyyy "), Value("hh:nn:ss")}),
+            "05.03.2026 19:37:09");
+  EXPECT_EQ(text("tsFileDate", {path, Value("dd.mm.yyyy"), Value("hh:nn:ss")}),
+            "05.03.202619:37:09");
+  EXPECT_EQ(text("tsFileDate", {path, Value("dddd d mmmm yy, "), Value("h:n:s")}),
+            "Thursday 5 March 26, 19:37:9");
+  for (const char* modified : {"modified", "accessed", "", "m"})
+    EXPECT_EQ(text("tsFileDateEx", {path, Value(modified), Value("yyyy"), Value("hh")}), "202619")
+        << modified;
+  // Creation: the birth time where the filesystem keeps one, else the modification time.
+  struct statx sx {};
+  ASSERT_EQ(::statx(AT_FDCWD, file.c_str(), 0, STATX_BTIME, &sx), 0);
+  std::string created = (sx.stx_mask & STATX_BTIME) != 0
+                            ? strftimeNow("%Y%m%d%H%M%S", static_cast<time_t>(sx.stx_btime.tv_sec))
+                            : "20260305193709";
+  for (const char* creation : {"creation", "Created", "c"})
+    EXPECT_EQ(text("tsFileDateEx", {path, Value(creation), Value("yyyymmdd"), Value("hhnnss")}),
+              created);
+  // The result holds at most 300 characters.
+  EXPECT_EQ(text("tsFileDate", {path, Value(std::string(255, 'd')), Value(std::string(255, 'h'))})
+                .size(),
+            300u);
+
+  // tsFileAge: local seconds since 1904 less 2,000,000,000, wrapped to 32 bits.
+  const int64_t local1904 = int64_t{t} + 19800 + 2082844800;
+  EXPECT_EQ(integer("tsFileAge", {path}),
+            static_cast<int32_t>(static_cast<uint32_t>(local1904) - 2000000000u));
+  auto later = dir_.file("later.txt", "y");
+  setModified(later, t + 100);
+  EXPECT_EQ(integer("tsFileAge", {Value(later.string())}) - integer("tsFileAge", {path}), 100);
+  // A file stamped at 2,000,000,000 local seconds answers 0, like a missing one.
+  setModified(later, static_cast<time_t>(2000000000 - 2082844800 - 19800));
+  EXPECT_EQ(integer("tsFileAge", {Value(later.string())}), 0);
+
+  const Value missing(dir_.str() + "/missing.txt");
+  EXPECT_EQ(text("tsFileDate", {missing, Value("yyyy"), Value("hh")}), "");
+  EXPECT_EQ(text("tsFileDateEx", {missing, Value("c"), Value("yyyy"), Value("hh")}), "");
+  EXPECT_EQ(integer("tsFileAge", {missing}), 0);
+}
+
+}  // namespace
+}  // namespace tessel::testing

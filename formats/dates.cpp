@@ -1,5 +1,7 @@
 #include "formats/dates.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 
 #include "paths/ascii.h"
@@ -36,8 +38,8 @@ class Output {
   explicit Output(size_t limit) : limit_(limit) {}
   void add(std::string_view s) { text_.append(s.substr(0, limit_ - std::min(limit_, text_.size()))); }
   void add(char c) { add(std::string_view(&c, 1)); }
-  void number(const char* format, int value) {
-    char buffer[16];
+  void number(const char* format, long long value) {
+    char buffer[32];
     int n = std::snprintf(buffer, sizeof buffer, format, value);
     if (n > 0) add(std::string_view(buffer, std::min<size_t>(static_cast<size_t>(n), sizeof buffer - 1)));
   }
@@ -49,14 +51,14 @@ class Output {
 };
 
 // The percent language's two-digit year: years from 2000 give 00.., 2100 and later three digits.
-int percentShortYear(int year) {
-  int y = year - 1900;
+long long percentShortYear(long long year) {
+  long long y = year - 1900;
   return y > 99 ? y - 100 : y;
 }
 // The token language's two-digit year.
-int tokenShortYear(int year) { return year - 1900 > 99 ? year - 2000 : year - 1900; }
+long long tokenShortYear(long long year) { return year - 1900 > 99 ? year - 2000 : year - 1900; }
 
-int twelveHour(int hour) {
+long long twelveHour(long long hour) {
   if (hour == 0) return 12;
   return hour > 12 ? hour - 12 : hour;
 }
@@ -72,7 +74,7 @@ DateFields localFields(time_t t) {
   struct tm local {};
   DateFields f;
   if (localtime_r(&t, &local) == nullptr) return f;
-  f.year = local.tm_year + 1900;
+  f.year = static_cast<int>(std::min<long long>(local.tm_year + 1900LL, INT_MAX));
   f.month = local.tm_mon + 1;
   f.day = local.tm_mday;
   f.hour = local.tm_hour;
@@ -98,34 +100,34 @@ std::string expandPercentFormat(std::string_view format, const DateFields& f, si
     if (code == '0') {
       char padded = i + 2 < format.size() ? format[i + 2] : '\0';
       switch (padded) {
-        case 'm': out.number("%02d", f.month); break;
-        case 'd': out.number("%02d", f.day); break;
-        case 'H': out.number("%02d", f.hour); break;
-        case 'M': out.number("%02d", f.minute); break;
-        case 'S': out.number("%02d", f.second); break;
-        case 'I': out.number("%02d", twelveHour(f.hour)); break;
-        case 'j': out.number("%03d", f.yearDay); break;
-        case 'w': out.number("%02d", f.weekday - 1); break;
+        case 'm': out.number("%02lld", f.month); break;
+        case 'd': out.number("%02lld", f.day); break;
+        case 'H': out.number("%02lld", f.hour); break;
+        case 'M': out.number("%02lld", f.minute); break;
+        case 'S': out.number("%02lld", f.second); break;
+        case 'I': out.number("%02lld", twelveHour(f.hour)); break;
+        case 'j': out.number("%03lld", f.yearDay); break;
+        case 'w': out.number("%02lld", f.weekday - 1LL); break;
         default: break;
       }
       i += 3;
       continue;
     }
     switch (code) {
-      case 'm': out.number("%d", f.month); break;
-      case 'd': out.number("%d", f.day); break;
-      case 'y': out.number("%02d", percentShortYear(f.year)); break;
-      case 'Y': out.number("%04d", f.year); break;
-      case 'H': out.number("%d", f.hour); break;
-      case 'I': out.number("%d", twelveHour(f.hour)); break;
-      case 'M': out.number("%d", f.minute); break;
-      case 'S': out.number("%d", f.second); break;
+      case 'm': out.number("%lld", f.month); break;
+      case 'd': out.number("%lld", f.day); break;
+      case 'y': out.number("%02lld", percentShortYear(f.year)); break;
+      case 'Y': out.number("%04lld", f.year); break;
+      case 'H': out.number("%lld", f.hour); break;
+      case 'I': out.number("%lld", twelveHour(f.hour)); break;
+      case 'M': out.number("%lld", f.minute); break;
+      case 'S': out.number("%lld", f.second); break;
       case 'B': out.add(monthName(f, true)); break;
       case 'b': out.add(monthName(f, false)); break;
       case 'A': out.add(weekdayName(f, true)); break;
       case 'a': out.add(weekdayName(f, false)); break;
-      case 'j': out.number("%d", f.yearDay); break;
-      case 'w': out.number("%d", f.weekday - 1); break;
+      case 'j': out.number("%lld", f.yearDay); break;
+      case 'w': out.number("%lld", f.weekday - 1LL); break;
       case '%': out.add('%'); break;
       default: break;  // an unknown code gives nothing
     }
@@ -139,13 +141,13 @@ std::string expandDateTokens(std::string_view format, const DateFields& f, size_
   size_t i = 0;
   while (i < format.size()) {
     if (tokenAt(format, i, "yyyy")) {
-      out.number("%d", f.year);
+      out.number("%lld", f.year);
       i += 4;
     } else if (tokenAt(format, i, "yy")) {
-      out.number("%02d", tokenShortYear(f.year));
+      out.number("%02lld", tokenShortYear(f.year));
       i += 2;
     } else if (tokenAt(format, i, "y")) {
-      out.number("%d", tokenShortYear(f.year));
+      out.number("%lld", tokenShortYear(f.year));
       i += 1;
     } else if (tokenAt(format, i, "mmmm")) {
       out.add(monthName(f, true));
@@ -154,10 +156,10 @@ std::string expandDateTokens(std::string_view format, const DateFields& f, size_
       out.add(monthName(f, false));
       i += 3;
     } else if (tokenAt(format, i, "mm")) {
-      out.number("%02d", f.month);
+      out.number("%02lld", f.month);
       i += 2;
     } else if (tokenAt(format, i, "m")) {
-      out.number("%d", f.month);
+      out.number("%lld", f.month);
       i += 1;
     } else if (tokenAt(format, i, "dddd")) {
       out.add(weekdayName(f, true));
@@ -166,10 +168,10 @@ std::string expandDateTokens(std::string_view format, const DateFields& f, size_
       out.add(weekdayName(f, false));
       i += 3;
     } else if (tokenAt(format, i, "dd")) {
-      out.number("%02d", f.day);
+      out.number("%02lld", f.day);
       i += 2;
     } else if (tokenAt(format, i, "d")) {
-      out.number("%d", f.day);
+      out.number("%lld", f.day);
       i += 1;
     } else {
       out.add(format[i]);
@@ -192,7 +194,7 @@ std::string expandTimeTokens(std::string_view format, const DateFields& f, size_
     for (const Token& t : tokens) {
       if (paths::asciiLower(format[i]) != t.letter) continue;
       bool pair = i + 1 < format.size() && paths::asciiLower(format[i + 1]) == t.letter;
-      out.number(pair ? "%02d" : "%d", t.value);
+      out.number(pair ? "%02lld" : "%lld", t.value);
       i += pair ? 2 : 1;
       matched = true;
       break;
@@ -209,15 +211,15 @@ std::string formatSystemTime(std::string_view format, const DateFields& f) {
   constexpr size_t kLimit = 256;
   Output out(kLimit);
   if (paths::equalsIgnoringCase(format, "date")) {
-    out.number("%02d", f.year);
-    out.number("%02d", f.month);
-    out.number("%02d", f.day);
+    out.number("%02lld", f.year);
+    out.number("%02lld", f.month);
+    out.number("%02lld", f.day);
     return out.take();
   }
   if (paths::equalsIgnoringCase(format, "time")) {
-    out.number("%02d", f.hour);
-    out.number("%02d", f.minute);
-    out.number("%02d", f.second);
+    out.number("%02lld", f.hour);
+    out.number("%02lld", f.minute);
+    out.number("%02lld", f.second);
     return out.take();
   }
   return expandPercentFormat(format, f, kLimit);

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <memory>
 
+#include "formats/dates.h"
 #include "formats/four_char_code.h"
 #include "paths/ascii.h"
 #include "paths/paths.h"
@@ -95,8 +96,9 @@ int swapIn(const std::string& iniPath, const platform::FileInfo& iniInfo,
   platform::FileService& files = platform::fileService();
   std::unique_ptr<platform::OpenFile> temp;
   std::string tempPath;
-  const int64_t now = ::time(nullptr);
-  for (int i = 0; i <= 1001 && !temp; ++i) {
+  // "gg" and the clock in local seconds since 1904, counting up past names in use.
+  const uint32_t now = localStamp1904(::time(nullptr));
+  for (uint32_t i = 0; i <= 1001 && !temp; ++i) {
     tempPath = folder + "/gg" + std::to_string(now + i);
     if (files.info(tempPath, false)) continue;
     temp = files.open(tempPath, platform::OpenMode::CreateNew);

@@ -251,6 +251,13 @@ TEST_F(Formats, FileCipherIsAnInvolutionOverManyBlocks) {
   EXPECT_TRUE(slurp(file) == data);
   EXPECT_EQ(integer("tsEncryptFile", {Value(dir_.str() + "/missing"), Value("k")}), 0);
   EXPECT_FALSE(std::filesystem::exists(dir_.path() / "missing"));
+  // An empty file, and an empty key, change nothing.
+  auto empty = dir_.file("empty.dat");
+  EXPECT_EQ(integer("tsEncryptFile", {Value(empty.string()), Value("k")}), 1);
+  EXPECT_EQ(std::filesystem::file_size(empty), 0u);
+  auto plain = dir_.file("plain.dat", "unchanged");
+  EXPECT_EQ(integer("tsEncryptFile", {Value(plain.string()), Value("")}), 1);
+  EXPECT_EQ(slurp(plain), "unchanged");
 }
 
 // ---- Dates and times --------------------------------------------------------------------------

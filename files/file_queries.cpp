@@ -170,7 +170,8 @@ std::string fileAttributes(std::string_view path) {
   bool link = item->kind == FileKind::Link;
   uint16_t flags = 0;
   if (auto record = fs().finderInfo(p)) flags = record->flags();
-  if (link) flags |= kAlias;
+  // A link's invisibility is its own name's, not its target's.
+  if (link) flags = (flags & ~kInvisible) | kAlias;
   if (fs().isHidden(p)) flags |= kInvisible;
   std::string letters;
   if (fs().isLocked(p)) letters += 'r';
@@ -207,9 +208,13 @@ int32_t setFileAttributes(std::string_view path, std::string_view attributes) {
   for (char c : attributes)
     for (const FlagLetter& f : kFlagLetters)
       if (c == f.letter) flags |= f.bit;
+  bool hidden = (flags & kInvisible) != 0;
+  // Through a link the flags land on its target, whose invisibility stays its own.
+  if (auto item = infoOf(p, false); item && item->kind == FileKind::Link)
+    flags = (flags & ~kInvisible) | (record->flags() & kInvisible);
   record->setFlags(flags);
   bool ok = fs().setFinderInfo(p, *record);
-  ok = fs().setHidden(p, (flags & kInvisible) != 0) && ok;
+  ok = fs().setHidden(p, hidden) && ok;
   ok = fs().setLocked(p, attributes.find('r') != std::string_view::npos) && ok;
   return ok ? 1 : 0;
 }

@@ -70,6 +70,9 @@ class OpenFile {
 struct FolderEntry {
   std::string name;
   FileKind kind = FileKind::Other;  // a symbolic link is Link, whatever it points to
+  // The item has a "._name" companion (a resource fork); without one resourceForkSize() is 0,
+  // so a walk need not ask.
+  bool companion = false;
 };
 
 // Called after each block a copy moves, with the bytes copied so far; false cancels the copy.
@@ -143,8 +146,9 @@ class FileService {
   virtual bool isLocked(const std::string& path) = 0;
   virtual bool setLocked(const std::string& path, bool locked) = 0;
   // Invisible: a name beginning with "." always is; others when the folder's ".hidden" list
-  // names them (the list desktop file managers honour) or their Finder flags say so. Setting
-  // changes the Finder flag (not a link's) and the list together.
+  // names them (the list desktop file managers honour). Setting changes the Finder invisible
+  // flag (not a link's) and the list together, and a rename lists an item whose flag is set, so
+  // the list is what is asked (cheaply: the folder's list is read once while it is unchanged).
   virtual bool isHidden(const std::string& path) = 0;
   virtual bool setHidden(const std::string& path, bool hidden) = 0;
 

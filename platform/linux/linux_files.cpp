@@ -501,12 +501,16 @@ class LinuxFileService final : public FileService {
     std::unordered_set<std::string_view> names;
     names.reserve(entries.size());
     for (const FolderEntry& e : entries) names.insert(e.name);
+    std::unordered_set<std::string_view> withCompanion;
     std::vector<bool> drop(entries.size(), false);
     for (size_t i = 0; i < entries.size(); ++i) {
       const std::string& n = entries[i].name;
       drop[i] = entries[i].kind == FileKind::File && n.size() > 2 && n[0] == '.' && n[1] == '_' &&
                 names.count(std::string_view(n).substr(2)) != 0;
+      if (drop[i]) withCompanion.insert(std::string_view(n).substr(2));
     }
+    for (FolderEntry& e : entries)
+      if (withCompanion.count(e.name) != 0) e.companion = true;
     size_t kept = 0;
     for (size_t i = 0; i < entries.size(); ++i)
       if (!drop[i]) {
@@ -635,7 +639,9 @@ class LinuxFileService final : public FileService {
     std::string item = trimmed(path);
     std::string_view name = leafOf(item);
     if (!name.empty() && name[0] == '.') return true;
-    return hasInvisibleFlag(item) || hiddenLists_.listed(item);
+    // The flag and the list change together, so the list alone answers: one stat of ".hidden"
+    // per item, its names read once per folder.
+    return hiddenLists_.listed(item);
   }
 
   // The invisible flag of the Finder information (where the filesystem keeps it) and the line in
@@ -783,13 +789,12 @@ class LinuxFileService final : public FileService {
     return refuse(error == EOPNOTSUPP ? ENOTSUP : error);
   }
 
-  bool hasInvisibleFlag(const std::string& item) {
-    struct statx sx {};
-    if (!statItem(item, false, sx) || S_ISLNK(sx.stx_mode)) return false;
-    int saved = error_;
-    std::optional<FinderInfo> record = readFinderInfo(item);
-    error_ = saved;
-    return record && (record->flags() & kInvisibleFlag) != 0;
+  // The invisible flag of the item itself (a link has none: user attributes are not read
+  // through lgetxattr on a link).
+  static bool hasInvisibleFlag(const std::string& item) {
+    unsigned char value[32] = {};
+    ssize_t n = ::lgetxattr(item.c_str(), kFinderInfoAttribute, value, sizeof value);
+    return n >= 10 && ((value[8] << 8 | value[9]) & kInvisibleFlag) != 0;
   }
 
   // After an item is gone: its companion and its line in the folder's list go too.

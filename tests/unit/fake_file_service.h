@@ -175,8 +175,10 @@ class FakeFileService final : public FileService {
     Node* n = resolve(path);
     if (n == nullptr) return refuse(ENOENT);
     if (n->kind != FileKind::Folder) return refuse(ENOTDIR);
-    for (const std::string& child : children(clean(path)))
-      entries.push_back({child.substr(child.find_last_of('/') + 1), nodes_[child].kind});
+    for (const std::string& child : children(clean(path))) {
+      const Node& item = nodes_[child];
+      entries.push_back({child.substr(child.find_last_of('/') + 1), item.kind, !item.fork.empty()});
+    }
     return true;
   }
 
@@ -233,8 +235,7 @@ class FakeFileService final : public FileService {
     std::string p = clean(path);
     std::string name = p.substr(p.find_last_of('/') + 1);
     if (!name.empty() && name[0] == '.') return true;
-    Node* n = node(p);
-    return n != nullptr && (hiddenListed.count(p) != 0 || invisibleFlag(*n));
+    return hiddenListed.count(p) != 0;
   }
   bool setHidden(const std::string& path, bool hidden) override {
     std::string p = clean(path);

@@ -74,6 +74,9 @@ TEST_F(LinuxFilesTest, FinderInformationAndResourceForkTravelWithTheFile) {
   ASSERT_TRUE(files_->setResourceFork(path("a"), "fork!"));
   EXPECT_TRUE(exists("._a"));
   EXPECT_EQ(names(), (std::vector<std::string>{"a"}));  // the companion is no item of its own
+  std::vector<FolderEntry> entries;
+  ASSERT_TRUE(files_->listFolder(root_, entries));
+  EXPECT_TRUE(entries.at(0).companion);
 
   ASSERT_TRUE(files_->copyFile(path("a"), path("b")));
   auto info = files_->finderInfo(path("b"));
@@ -102,6 +105,8 @@ TEST_F(LinuxFilesTest, FinderInformationAndResourceForkTravelWithTheFile) {
   // A companion whose item is gone stays visible, so the folder can still be emptied.
   write("._orphan", "x");
   EXPECT_EQ(names(), (std::vector<std::string>{"._orphan", "c"}));
+  ASSERT_TRUE(files_->listFolder(root_, entries));
+  for (const FolderEntry& e : entries) EXPECT_FALSE(e.companion) << e.name;
 
   // Emptying the fork leaves no companion behind.
   write("d", "");

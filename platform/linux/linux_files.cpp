@@ -721,11 +721,14 @@ class LinuxFileService final : public FileService {
       ::close(fd);
     }
     if (!data.empty()) kept.emplace_back(kResourceForkEntry, std::string(data));
-    if (kept.empty()) {
-      if (::unlink(companion.c_str()) != 0 && errno != ENOENT) return check(false);
-      return true;
-    }
-    return writeReplacing(companion, encodeDouble(kept));
+    bool ok;
+    if (kept.empty())
+      ok = ::unlink(companion.c_str()) == 0 || errno == ENOENT;
+    else
+      ok = writeReplacing(companion, encodeDouble(kept));
+    if (!ok) return check(false);
+    syncFolder(folderOf(item));
+    return true;
   }
 
  private:
@@ -770,7 +773,8 @@ class LinuxFileService final : public FileService {
     return fail(error);
   }
 
-  // A locked (immutable) item takes new Finder information too: the flag is lifted for the write.
+  // A locked item takes new Finder information too: the immutable flag, or the owner's missing
+  // write bit, is lifted for the write and put back.
   bool writeFinderInfo(const std::string& item, const FinderInfo& info) {
     auto write = [&] {
       return ::setxattr(item.c_str(), kFinderInfoAttribute, info.bytes.data(), info.bytes.size(),
@@ -785,6 +789,15 @@ class LinuxFileService final : public FileService {
       error = errno;
       setImmutable(item, true);
       if (ok) return true;
+    } else if (error == EACCES && statItem(item, true, sx) && sx.stx_uid == ::geteuid() &&
+               (sx.stx_mode & 0222) == 0) {
+      uint32_t mode = sx.stx_mode & 07777;
+      if (::chmod(item.c_str(), mode | 0200) == 0) {
+        bool ok = write();
+        error = errno;
+        ::chmod(item.c_str(), mode);
+        if (ok) return true;
+      }
     }
     return refuse(error == EOPNOTSUPP ? ENOTSUP : error);
   }

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <grp.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -199,6 +201,60 @@ TEST_F(LinuxFilesTest, HiddenListMovesWithTheInvisibleFlag) {
   EXPECT_FALSE(exists(".hidden"));
   ASSERT_TRUE(files_->setHidden(path(".dot"), false));
   EXPECT_TRUE(files_->isHidden(path(".dot")));
+}
+
+// Without the right to set the immutable flag (any ordinary user) a lock clears the write bits;
+// it still refuses removal, and Finder information can still be written. The first failed step,
+// or "" when all passed.
+std::string lockWithoutImmutableFlag(FileService& files, const std::string& folder) {
+  std::string f = folder + "/mine";
+  std::ofstream(f) << "x";
+  if (::chmod(f.c_str(), 0664) != 0) return "chmod";
+  if (!files.setLocked(f, true)) return "setLocked";
+  struct stat st {};
+  ::stat(f.c_str(), &st);
+  if ((st.st_mode & 0777) != 0444) return "mode after locking";
+  if (!files.isLocked(f)) return "isLocked";
+  if (files.removeFile(f) || files.lastError() != EPERM) return "removeFile";
+  FinderInfo info;
+  info.setType(0x54455854);
+  if (!files.setFinderInfo(f, info)) return "setFinderInfo";
+  ::stat(f.c_str(), &st);
+  if ((st.st_mode & 0777) != 0444) return "mode after setFinderInfo";
+  if (!files.setLocked(f, false)) return "unlock";
+  ::stat(f.c_str(), &st);
+  if ((st.st_mode & 0777) != 0644) return "mode after unlocking";
+  if (!files.removeFile(f)) return "removeFile after unlocking";
+  return "";
+}
+
+TEST_F(LinuxFilesTest, LockOfAnOrdinaryUserClearsTheWriteBits) {
+  if (::geteuid() != 0) {
+    EXPECT_EQ(lockWithoutImmutableFlag(*files_, root_), "");
+    return;
+  }
+  // As root: the same steps in a child that has become the unprivileged user "nobody".
+  ASSERT_EQ(::chown(root_.c_str(), 65534, 65534), 0);
+  int pipes[2];
+  ASSERT_EQ(::pipe(pipes), 0);
+  pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ::close(pipes[0]);
+    std::string failure = "setuid";
+    if (::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0)
+      failure = lockWithoutImmutableFlag(*makeLinuxFileService(), root_);
+    if (failure.empty()) failure = "passed";
+    (void)!::write(pipes[1], failure.data(), failure.size());
+    ::_exit(0);
+  }
+  ::close(pipes[1]);
+  char buffer[256];
+  ssize_t n = ::read(pipes[0], buffer, sizeof buffer);
+  ::close(pipes[0]);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(std::string(buffer, n > 0 ? static_cast<size_t>(n) : 0), "passed");
 }
 
 // ramfs keeps no user extended attributes: the queries answer as for a file without Finder

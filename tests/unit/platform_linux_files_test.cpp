@@ -218,7 +218,7 @@ std::string lockWithoutImmutableFlag(FileService& files, const std::string& fold
   if (files.removeFile(f) || files.lastError() != EPERM) return "removeFile";
   FinderInfo info;
   info.setType(0x54455854);
-  if (!files.setFinderInfo(f, info)) return "setFinderInfo";
+  if (!files.setFinderInfo(f, info)) return "setFinderInfo " + std::to_string(files.lastError());
   ::stat(f.c_str(), &st);
   if ((st.st_mode & 0777) != 0444) return "mode after setFinderInfo";
   if (!files.setLocked(f, false)) return "unlock";

@@ -70,6 +70,9 @@ class OpenFile {
 struct FolderEntry {
   std::string name;
   FileKind kind = FileKind::Other;  // a symbolic link is Link, whatever it points to
+  // The item has a "._name" companion (a resource fork); without one resourceForkSize() is 0,
+  // so a walk need not ask.
+  bool companion = false;
 };
 
 // Called after each block a copy moves, with the bytes copied so far; false cancels the copy.
@@ -96,13 +99,16 @@ class FileService {
 
   // ---- Names ------------------------------------------------------------------------------------
   virtual bool createFolder(const std::string& path) = 0;   // one level, mode 0777 & ~umask
-  // A file or a link (unlink), together with the item's resource-fork companion.
+  // A file or a link (unlink), together with the item's resource-fork companion and its line in
+  // the folder's ".hidden". A locked item is refused (EPERM); a link itself is never locked.
   virtual bool removeFile(const std::string& path) = 0;
-  virtual bool removeFolder(const std::string& path) = 0;   // an empty folder
-  // Renames, replacing an existing file at `to` (rename(2)); the resource fork goes along.
+  virtual bool removeFolder(const std::string& path) = 0;   // an empty folder; locked: EPERM
+  // Renames, replacing an existing file at `to` (rename(2)); the resource fork and the ".hidden"
+  // line go along. Fails with EPERM when `from` or an existing `to` is locked.
   virtual bool rename(const std::string& from, const std::string& to) = 0;
-  // Swaps two names atomically (renameat2 RENAME_EXCHANGE). False, with lastError() EINVAL or
-  // ENOSYS, where the filesystem cannot; callers then fall back to rename().
+  // Swaps two names atomically (renameat2 RENAME_EXCHANGE), companions too. False, with
+  // lastError() EINVAL or ENOSYS, where the filesystem cannot; callers then fall back to
+  // rename(). EPERM when either item is locked.
   virtual bool exchange(const std::string& a, const std::string& b) = 0;
   // Makes a finished creation, deletion or rename durable: fsync of the folder.
   virtual bool syncFolder(const std::string& folder) = 0;
@@ -126,24 +132,36 @@ class FileService {
   // (copy_file_range, a reflink where the filesystem offers one), its permission bits, its
   // extended attributes, Finder information and resource fork. `progress`, when given, is called
   // after every block of at most `blockSize` bytes (0: the service's own size) and may cancel.
+  // An existing `to` gives EEXIST, or EPERM when it is locked. The copy is not locked itself
+  // unless its permission bits leave nobody a write bit.
   virtual bool copyFile(const std::string& from, const std::string& to,
                         const CopyProgress& progress = {}, size_t blockSize = 0) = 0;
 
   // ---- Permissions, locks, invisibility -------------------------------------------------------------
   virtual bool setMode(const std::string& path, uint32_t mode) = 0;
-  // A locked item may not be deleted, renamed or overwritten until it is unlocked.
+  // A locked item may not be deleted, renamed or overwritten until it is unlocked. Locked means
+  // the immutable flag, or no write bit for anyone; locking sets the flag where the process may,
+  // else clears every write bit; unlocking clears the flag and gives the owner a write bit back
+  // when nobody had one. Both follow links.
   virtual bool isLocked(const std::string& path) = 0;
   virtual bool setLocked(const std::string& path, bool locked) = 0;
   // Invisible: a name beginning with "." always is; others when the folder's ".hidden" list
-  // names them (the list desktop file managers honour).
+  // names them (the list desktop file managers honour). Setting changes the Finder invisible
+  // flag (not a link's) and the list together, and a rename lists an item whose flag is set, so
+  // the list is what is asked (cheaply: the folder's list is read once while it is unchanged).
   virtual bool isHidden(const std::string& path) = 0;
   virtual bool setHidden(const std::string& path, bool hidden) = 0;
 
   // ---- Finder information and resource forks ----------------------------------------------------------
-  // Nothing when the file has none (or the filesystem keeps no extended attributes).
+  // Kept as the 32-byte record in the extended attribute "user.tessel.finderinfo" (read from the
+  // companion's Finder information entry when the attribute is missing). Nothing when the file
+  // has none; ENOTSUP (and setters fail) when the filesystem keeps no user extended attributes.
+  // A locked file still takes new Finder information.
   virtual std::optional<FinderInfo> finderInfo(const std::string& path) = 0;
   virtual bool setFinderInfo(const std::string& path, const FinderInfo& info) = 0;
-  // The resource fork's bytes; "" when the file has none.
+  // The resource fork lives in the companion file "._name" beside the item (the double-file
+  // format: entry 2). Its bytes; "" when the file has none. An empty fork removes the companion
+  // when it holds nothing else.
   virtual std::optional<std::string> resourceFork(const std::string& path) = 0;
   virtual uint64_t resourceForkSize(const std::string& path) = 0;
   virtual bool setResourceFork(const std::string& path, std::string_view data) = 0;

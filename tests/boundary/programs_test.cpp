@@ -193,6 +193,11 @@ TEST_F(Launching, ShortcutsAreSymbolicLinks) {
   EXPECT_EQ(fs::read_symlink(dir_.path() / "links" / "Doc"), target);
   EXPECT_EQ(integer("tsMakeShortcut", {Value(target.string()), Value(hfsFolder), Value("Doc")}),
             0);
+  // Never replaces anything, not even a dangling link; a missing target makes no alias.
+  fs::create_symlink(dir_.path() / "gone", dir_.path() / "links" / "Old");
+  EXPECT_EQ(integer("tsMakeShortcut", {Value(target.string()), Value(hfsFolder), Value("Old")}),
+            0);
+  EXPECT_EQ(fs::read_symlink(dir_.path() / "links" / "Old"), dir_.path() / "gone");
   EXPECT_EQ(integer("tsMakeShortcut",
                     {Value(dir_.str() + "/none"), Value(dir_.str() + "/links"), Value("N")}),
             0);

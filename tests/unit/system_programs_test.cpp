@@ -1,12 +1,10 @@
-// Programs, shell commands and aliases against a fake launcher; files are real, in a temporary
-// folder.
+// The command forms of tsShell against a fake launcher; files are real, in a temporary folder.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 
-#include "paths/paths.h"
 #include "platform/launcher.h"
 #include "system/programs.h"
 
@@ -126,49 +124,6 @@ TEST_F(Programs, ShellOpenWithArgsStartsTheProgramWithoutAShell) {
   EXPECT_EQ(shell("open", tool, "'unterminated", "", ""), 33);
   ASSERT_EQ(launcher->spawned.size(), 1u);
   EXPECT_TRUE(launcher->spawned[0].second.empty());
-}
-
-TEST_F(Programs, RunProgramStartsFilesOnly) {
-  EXPECT_EQ(runProgram(tool, "HIDDEN", 0), 33);
-  ASSERT_EQ(launcher->spawned.size(), 1u);
-  EXPECT_EQ(launcher->spawned[0].first, tool);
-  EXPECT_EQ(runProgram(dir, "", 0), 0);
-  EXPECT_EQ(runProgram(dir + "/missing", "", 0), 0);
-  EXPECT_EQ(runProgram("", "", 0), 0);
-  EXPECT_EQ(launcher->spawned.size(), 1u);
-}
-
-TEST_F(Programs, OpenURLAndOpenFileNeedSomethingToOpen) {
-  EXPECT_EQ(openURL("", ""), 0);
-  EXPECT_EQ(openURL("http://example.org/", "hidden"), 1);
-  EXPECT_EQ(launcher->urls, std::vector<std::string>{"http://example.org/"});
-  EXPECT_EQ(openFile(dir + "/missing", ""), 0);
-  EXPECT_EQ(openFile(tool, ""), 33);
-  EXPECT_EQ(printFile(dir), 0);  // a folder is not printed
-}
-
-TEST_F(Programs, ShortcutsAreNewSymbolicLinksToAbsoluteTargets) {
-  paths::setReturnUnixNames(true);
-  fs::create_directory(dir + "/links");
-  EXPECT_EQ(makeShortcut(tool, dir + "/links/", "My Tool"), 1);
-  EXPECT_EQ(fs::read_symlink(dir + "/links/My Tool"), tool);
-  // Never replaces anything: an existing alias, file or dangling link keeps its place.
-  EXPECT_EQ(makeShortcut(dir, dir + "/links", "My Tool"), 0);
-  EXPECT_EQ(fs::read_symlink(dir + "/links/My Tool"), tool);
-  fs::create_symlink(dir + "/gone", dir + "/links/dangling");
-  EXPECT_EQ(makeShortcut(tool, dir + "/links", "dangling"), 0);
-  EXPECT_EQ(fs::read_symlink(dir + "/links/dangling"), dir + "/gone");
-  // "/" in a title is the ":" of the Linux name.
-  EXPECT_EQ(makeShortcut(tool, dir + "/links", "a/b"), 1);
-  EXPECT_TRUE(fs::is_symlink(dir + "/links/a:b"));
-  // Missing target or folder, a file as the folder, names that are not names.
-  EXPECT_EQ(makeShortcut(dir + "/missing", dir + "/links", "x"), 0);
-  EXPECT_EQ(makeShortcut(tool, dir + "/nowhere", "x"), 0);
-  EXPECT_EQ(makeShortcut(tool, tool, "x"), 0);
-  EXPECT_EQ(makeShortcut(tool, dir + "/links", ""), 0);
-  EXPECT_EQ(makeShortcut(tool, dir + "/links", ".."), 0);
-  EXPECT_FALSE(fs::exists(dir + "/links/x"));
-  paths::setReturnUnixNames(false);
 }
 
 }  // namespace

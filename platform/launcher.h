@@ -19,14 +19,16 @@ class LauncherService {
 
   // Starts the executable `path` with `args` (argv[1...]); the new process's id, or nothing
   // when it could not be started. The process belongs to no one in the host: it is reaped by
-  // the system when it ends.
+  // the system when it ends. A `hidden` program gets no launch timestamp, so that the window
+  // manager does not bring its window to the front; any other gets the X server's current time.
   virtual std::optional<int32_t> spawn(const std::string& path,
-                                       const std::vector<std::string>& args) = 0;
+                                       const std::vector<std::string>& args, bool hidden) = 0;
   // Launches the application a .desktop file describes, with `files` (paths or URLs) as its
-  // documents. The process id when the launcher reported one, 0 when it started without one
-  // (an application started over D-Bus), nothing on failure.
+  // documents, `hidden` as for `spawn`. The process id when the launcher reported one, 0 when it
+  // started without one (an application started over D-Bus), nothing on failure.
   virtual std::optional<int32_t> launchDesktopFile(const std::string& desktopFile,
-                                                   const std::vector<std::string>& files) = 0;
+                                                   const std::vector<std::string>& files,
+                                                   bool hidden) = 0;
   // Runs `command` with /bin/sh -c and waits for it; its exit status, or -1.
   virtual int runShell(const std::string& command) = 0;
 

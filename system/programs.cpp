@@ -42,19 +42,20 @@ std::string programToRun(std::string_view path, const std::string& native) {
   return native;
 }
 
-// Starts a program file (a .desktop file through the desktop's launcher) with `args`; the process
-// id, 0 when the launcher gave none, nothing on failure.
-std::optional<int32_t> startProgram(std::string_view path, const std::vector<std::string>& args) {
+// Starts a program file (a .desktop file through the desktop's launcher) with `args`, `hidden`
+// without a launch timestamp; the process id, 0 when the launcher gave none, nothing on failure.
+std::optional<int32_t> startProgram(std::string_view path, const std::vector<std::string>& args,
+                                    bool hidden) {
   std::string native = paths::nativePath(path);
   auto info = infoOf(native);
   if (!info) return std::nullopt;
   platform::LauncherService& launcher = platform::launcherService();
   if (info->kind == platform::FileKind::File && endsWith(native, ".desktop"))
-    return launcher.launchDesktopFile(native, args);
+    return launcher.launchDesktopFile(native, args, hidden);
   std::string program = programToRun(path, native);
   auto target = infoOf(program);
   if (!target || target->kind != platform::FileKind::File) return std::nullopt;
-  return launcher.spawn(program, args);
+  return launcher.spawn(program, args, hidden);
 }
 
 }  // namespace
@@ -68,9 +69,8 @@ std::string shellQuote(std::string_view text) {
   return out + "'";
 }
 
-// Linux has no background launch: State changes nothing (see the README).
-int32_t runProgram(std::string_view program, std::string_view, int32_t wait) {
-  auto pid = startProgram(program, {});
+int32_t runProgram(std::string_view program, std::string_view state, int32_t wait) {
+  auto pid = startProgram(program, {}, sameWord(state, "hidden"));
   if (!pid) return 0;
   if (wait != 0 && *pid > 0) windows::waitForProcess(*pid, windows::WaitState::Closed, 0);
   return kLaunched;
@@ -124,7 +124,7 @@ int32_t shell(std::string_view operation, std::string_view file, std::string_vie
     for (gchar** p = parsed; *p != nullptr; ++p) argv.emplace_back(*p);
     g_strfreev(parsed);
   }
-  return startProgram(file, argv) ? kLaunched : 0;
+  return startProgram(file, argv, false) ? kLaunched : 0;
 }
 
 int32_t makeShortcut(std::string_view file, std::string_view folder, std::string_view title) {

@@ -4,15 +4,20 @@
 #include <fcntl.h>
 #include <gio/gdesktopappinfo.h>
 #include <gio/gio.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <X11/Xatom.h>
+
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include "platform/launcher.h"
+#include "platform/linux/x11_connection.h"
 
 extern char** environ;
 
@@ -47,14 +52,71 @@ class SpawnSetup {
   SpawnSetup(const SpawnSetup&) = delete;
   SpawnSetup& operator=(const SpawnSetup&) = delete;
 
-  int spawn(pid_t* pid, const char* path, char* const argv[]) {
-    return posix_spawn(pid, path, &actions_, &attributes_, argv, environ);
+  int spawn(pid_t* pid, const char* path, char* const argv[], char* const envp[] = environ) {
+    return posix_spawn(pid, path, &actions_, &attributes_, argv, envp);
   }
 
  private:
   posix_spawn_file_actions_t actions_;
   posix_spawnattr_t attributes_;
 };
+
+// The X server's current time, the one clock window managers compare launch times with; 0 when
+// there is no display or it does not answer within half a second. The server stamps a property
+// change on a window of our own, and the event carries the time.
+uint32_t serverTime() {
+  auto connection = x11::X11Connection::open();
+  if (!connection) return 0;
+  Display* d = connection->display();
+  x11::X11ErrorTrap trap(d);
+  XSetWindowAttributes attributes{};
+  attributes.event_mask = PropertyChangeMask;
+  Window w = XCreateWindow(d, DefaultRootWindow(d), -1, -1, 1, 1, 0, CopyFromParent, InputOnly,
+                           CopyFromParent, CWEventMask, &attributes);
+  Atom stamp = XInternAtom(d, "_TESSEL_LAUNCH_TIME", False);
+  XChangeProperty(d, w, stamp, XA_STRING, 8, PropModeAppend, nullptr, 0);
+  XFlush(d);
+  uint32_t time = 0;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+  while (time == 0 && connection->alive()) {
+    while (time == 0 && XPending(d) > 0) {
+      XEvent e;
+      XNextEvent(d, &e);
+      if (e.type == PropertyNotify && e.xproperty.window == w)
+        time = static_cast<uint32_t>(e.xproperty.time);
+    }
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    if (time != 0 || left.count() <= 0) break;
+    pollfd p{ConnectionNumber(d), POLLIN, 0};
+    ::poll(&p, 1, static_cast<int>(left.count()));
+  }
+  if (connection->alive()) {
+    XDestroyWindow(d, w);
+    trap.sync();
+  }
+  return time;
+}
+
+// The startup identifier of a launch, carrying its timestamp the way the desktop's startup
+// notification writes it ("..._TIME<server time>"); "" for a hidden launch or without a display.
+std::string startupId(bool hidden) {
+  if (hidden) return {};
+  uint32_t time = serverTime();
+  if (time == 0) return {};
+  static unsigned serial = 0;
+  return "tessel-" + std::to_string(::getpid()) + "-" + std::to_string(++serial) + "_TIME" +
+         std::to_string(time);
+}
+
+// The host's environment for a child, with the child's own startup identifier (or none).
+std::vector<std::string> childEnvironment(const std::string& id) {
+  std::vector<std::string> env;
+  for (char** e = environ; *e != nullptr; ++e)
+    if (std::strncmp(*e, "DESKTOP_STARTUP_ID=", 19) != 0) env.emplace_back(*e);
+  if (!id.empty()) env.push_back("DESKTOP_STARTUP_ID=" + id);
+  return env;
+}
 
 std::vector<char*> argvOf(const std::string& path, const std::vector<std::string>& args) {
   std::vector<char*> argv;
@@ -90,12 +152,16 @@ struct GObjectRef {
 void recordPid(GDesktopAppInfo*, GPid pid, gpointer data) { *static_cast<int32_t*>(data) = pid; }
 
 // Launches a desktop application with URIs; the process id (0 when none was reported).
-std::optional<int32_t> launchWith(GDesktopAppInfo* app, const std::vector<std::string>& uris) {
+std::optional<int32_t> launchWith(GDesktopAppInfo* app, const std::vector<std::string>& uris,
+                                  bool hidden) {
   DevNull null;
   if (null.fd < 0) return std::nullopt;
   GList* list = nullptr;
   for (const std::string& u : uris) list = g_list_append(list, const_cast<char*>(u.c_str()));
   GObjectRef<GAppLaunchContext> context{g_app_launch_context_new()};
+  std::string id = startupId(hidden);
+  if (id.empty()) g_app_launch_context_unsetenv(context.p, "DESKTOP_STARTUP_ID");
+  else g_app_launch_context_setenv(context.p, "DESKTOP_STARTUP_ID", id.c_str());
   int32_t pid = 0;
   GError* error = nullptr;
   // No G_SPAWN_DO_NOT_REAP_CHILD: GLib starts the application through an intermediate process
@@ -132,7 +198,7 @@ GDesktopAppInfo* defaultDesktopApp(const char* contentType) {
 bool launchDefault(const char* contentType, const std::string& uri) {
   GObjectRef<GDesktopAppInfo> app{defaultDesktopApp(contentType)};
   if (app.p == nullptr) return false;
-  return launchWith(app.p, {uri}).has_value();
+  return launchWith(app.p, {uri}, false).has_value();
 }
 
 // Gives up on a CUPS request that has had no answer for the connection's time-out.
@@ -140,9 +206,13 @@ int giveUp(http_t*, void*) { return 0; }
 
 class LinuxLauncherService final : public LauncherService {
  public:
-  std::optional<int32_t> spawn(const std::string& path,
-                               const std::vector<std::string>& args) override {
+  std::optional<int32_t> spawn(const std::string& path, const std::vector<std::string>& args,
+                               bool hidden) override {
     std::vector<char*> argv = argvOf(path, args);
+    std::vector<std::string> environment = childEnvironment(startupId(hidden));
+    std::vector<char*> envp;
+    for (std::string& e : environment) envp.push_back(e.data());
+    envp.push_back(nullptr);
     SpawnSetup setup(true);
     // The program is started by a short-lived intermediate process that ends at once and is
     // reaped here; the program itself then belongs to the system's reaper, so neither leaves a
@@ -158,7 +228,7 @@ class LinuxLauncherService final : public LauncherService {
     }
     if (middle == 0) {
       pid_t child = 0;
-      int32_t message[2] = {setup.spawn(&child, path.c_str(), argv.data()), child};
+      int32_t message[2] = {setup.spawn(&child, path.c_str(), argv.data(), envp.data()), child};
       ssize_t written = ::write(report[1], message, sizeof message);
       ::_exit(written == static_cast<ssize_t>(sizeof message) ? 0 : 1);
     }
@@ -179,12 +249,13 @@ class LinuxLauncherService final : public LauncherService {
   }
 
   std::optional<int32_t> launchDesktopFile(const std::string& desktopFile,
-                                           const std::vector<std::string>& files) override {
+                                           const std::vector<std::string>& files,
+                                           bool hidden) override {
     GObjectRef<GDesktopAppInfo> app{g_desktop_app_info_new_from_filename(desktopFile.c_str())};
     if (app.p == nullptr) return std::nullopt;
     std::vector<std::string> uris;
     for (const std::string& f : files) uris.push_back(uriOf(f));
-    return launchWith(app.p, uris);
+    return launchWith(app.p, uris, hidden);
   }
 
   int runShell(const std::string& command) override {

@@ -126,6 +126,25 @@ TEST_F(Launching, WaitEndsWithTheProcessNotItsChildren) {
   EXPECT_LT(secondsSince(start), 0.5);
 }
 
+TEST_F(Launching, OnlyHiddenLaunchesGoWithoutATimestamp) {
+  setenv("DESKTOP_STARTUP_ID", "inherited_TIME1", 1);  // the host's own is never passed on
+  fs::path out = dir_.path() / "id";
+  fs::path p = script("id.sh", "echo \"$DESKTOP_STARTUP_ID\" > " + out.string() + "\n");
+  EXPECT_EQ(run(p, "Hidden", 1), 33);
+  EXPECT_EQ(slurp(out), "\n");
+  EXPECT_EQ(run(p, "", 1), 33);
+  std::string id = slurp(out);
+  unsetenv("DESKTOP_STARTUP_ID");
+  if (getenv("DISPLAY") == nullptr) {
+    EXPECT_EQ(id, "\n");  // no display, no server time
+  } else {
+    size_t time = id.find("_TIME");
+    ASSERT_NE(time, std::string::npos) << id;
+    EXPECT_GT(std::stoul(id.substr(time + 5)), 0u) << id;
+    EXPECT_EQ(id.find("inherited"), std::string::npos);
+  }
+}
+
 TEST_F(Launching, NoChildIsLeftBehind) {
   EXPECT_EQ(run("/bin/true", "", 0), 33);
   EXPECT_EQ(run("/bin/true", "hidden", 0), 33);

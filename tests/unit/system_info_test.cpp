@@ -41,11 +41,12 @@ struct FakeLauncher : platform::LauncherService {
   std::map<std::string, std::string> defaults;    // type -> .desktop file
   std::vector<std::string> asked;
 
-  std::optional<int32_t> spawn(const std::string&, const std::vector<std::string>&) override {
+  std::optional<int32_t> spawn(const std::string&, const std::vector<std::string>&,
+                               bool) override {
     return std::nullopt;
   }
-  std::optional<int32_t> launchDesktopFile(const std::string&,
-                                           const std::vector<std::string>&) override {
+  std::optional<int32_t> launchDesktopFile(const std::string&, const std::vector<std::string>&,
+                                           bool) override {
     return std::nullopt;
   }
   int runShell(const std::string&) override { return -1; }

@@ -19,12 +19,13 @@ struct RecordingLauncher : platform::LauncherService {
   std::vector<std::string> documents, urls;
   int shellStatus = 0;
 
-  std::optional<int32_t> spawn(const std::string& p, const std::vector<std::string>& a) override {
+  std::optional<int32_t> spawn(const std::string& p, const std::vector<std::string>& a,
+                               bool) override {
     spawned.emplace_back(p, a);
     return 4242;
   }
-  std::optional<int32_t> launchDesktopFile(const std::string& p,
-                                           const std::vector<std::string>& a) override {
+  std::optional<int32_t> launchDesktopFile(const std::string& p, const std::vector<std::string>& a,
+                                           bool) override {
     desktop.emplace_back(p, a);
     return 0;
   }

@@ -1,5 +1,6 @@
 // The environment service on Linux: uname, /proc/meminfo, getrlimit, fontconfig, the password
 // database, /etc/machine-info and gethostname.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <fontconfig/fontconfig.h>
 #include <pwd.h>
@@ -121,6 +122,9 @@ class LinuxEnvironmentService final : public EnvironmentService {
     // The configuration and its font list are loaded once and kept: later queries only search
     // the list in memory.
     if (fonts_ == nullptr) {
+      // The font library keeps process-wide caches that outlive any one user of it; it stays
+      // loaded when the module is unloaded, as other users in the host may share them.
+      dlopen("libfontconfig.so.1", RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
       fonts_ = FcInitLoadConfigAndFonts();
       if (fonts_ == nullptr) return false;
     }

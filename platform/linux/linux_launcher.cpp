@@ -1,6 +1,7 @@
 // The launcher service on Linux: posix_spawn for programs (no shell), GIO for applications,
 // default handlers and content types, libcups for printing.
 #include <cups/cups.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gio/gdesktopappinfo.h>
 #include <gio/gio.h>
@@ -325,6 +326,9 @@ class LinuxLauncherService final : public LauncherService {
   }
 
   int32_t printFile(const std::string& path, const std::string& title) override {
+    // libcups keeps its settings per thread, freed only when the thread ends; it stays loaded
+    // when the module is unloaded, so that the host's thread can still free them.
+    dlopen("libcups.so.2", RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
     // The server as the user configured it (CUPS_SERVER, ~/.cups/client.conf, the system's
     // client.conf); no server, no wait: the connection itself has a short deadline.
     http_t* http = httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1,

@@ -62,48 +62,79 @@ class SpawnSetup {
   posix_spawnattr_t attributes_;
 };
 
-// The X server's current time, the one clock window managers compare launch times with; 0 when
-// there is no display or it does not answer within half a second. The server stamps a property
-// change on a window of our own, and the event carries the time.
-uint32_t serverTime() {
-  auto connection = x11::X11Connection::open();
-  if (!connection) return 0;
-  Display* d = connection->display();
-  x11::X11ErrorTrap trap(d);
-  XSetWindowAttributes attributes{};
-  attributes.event_mask = PropertyChangeMask;
-  Window w = XCreateWindow(d, DefaultRootWindow(d), -1, -1, 1, 1, 0, CopyFromParent, InputOnly,
-                           CopyFromParent, CWEventMask, &attributes);
-  Atom stamp = XInternAtom(d, "_TESSEL_LAUNCH_TIME", False);
-  XChangeProperty(d, w, stamp, XA_STRING, 8, PropModeAppend, nullptr, 0);
-  XFlush(d);
-  uint32_t time = 0;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
-  while (time == 0 && connection->alive()) {
-    while (time == 0 && XPending(d) > 0) {
-      XEvent e;
-      XNextEvent(d, &e);
-      if (e.type == PropertyNotify && e.xproperty.window == w)
-        time = static_cast<uint32_t>(e.xproperty.time);
+// The X server's current time, the one clock window managers compare launch times with. The
+// server stamps a property change on a window of our own and the event carries the time. The
+// connection and the window are kept for later launches; a broken connection is opened again.
+class ServerClock {
+ public:
+  ~ServerClock() { close(); }
+
+  // 0 when there is no display or it does not answer within half a second.
+  uint32_t now() {
+    if (connection_ && !connection_->alive()) close();
+    if (!connection_ && !open()) return 0;
+    Display* d = connection_->display();
+    XChangeProperty(d, window_, stamp_, XA_STRING, 8, PropModeAppend, nullptr, 0);
+    XFlush(d);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+    while (connection_->alive()) {
+      while (XPending(d) > 0) {
+        XEvent e;
+        XNextEvent(d, &e);
+        if (e.type == PropertyNotify && e.xproperty.window == window_)
+          return static_cast<uint32_t>(e.xproperty.time);
+      }
+      auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+          deadline - std::chrono::steady_clock::now());
+      if (left.count() <= 0) break;
+      pollfd p{ConnectionNumber(d), POLLIN, 0};
+      ::poll(&p, 1, static_cast<int>(left.count()));
     }
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    if (time != 0 || left.count() <= 0) break;
-    pollfd p{ConnectionNumber(d), POLLIN, 0};
-    ::poll(&p, 1, static_cast<int>(left.count()));
+    return 0;
   }
-  if (connection->alive()) {
-    XDestroyWindow(d, w);
-    trap.sync();
+
+ private:
+  bool open() {
+    connection_ = x11::X11Connection::open();
+    if (!connection_) return false;
+    Display* d = connection_->display();
+    x11::X11ErrorTrap trap(d);
+    XSetWindowAttributes attributes{};
+    attributes.event_mask = PropertyChangeMask;
+    window_ = XCreateWindow(d, DefaultRootWindow(d), -1, -1, 1, 1, 0, CopyFromParent, InputOnly,
+                            CopyFromParent, CWEventMask, &attributes);
+    stamp_ = XInternAtom(d, "_TESSEL_LAUNCH_TIME", False);
+    if (trap.sync() != 0 || window_ == 0) {
+      connection_.reset();
+      return false;
+    }
+    return true;
   }
-  return time;
+  void close() {
+    if (connection_ && connection_->alive() && window_ != 0) {
+      x11::X11ErrorTrap trap(connection_->display());
+      XDestroyWindow(connection_->display(), window_);
+      trap.sync();
+    }
+    connection_.reset();
+    window_ = 0;
+  }
+
+  std::unique_ptr<x11::X11Connection> connection_;
+  Window window_ = 0;
+  Atom stamp_ = 0;
+};
+
+ServerClock& serverClock() {
+  static ServerClock clock;
+  return clock;
 }
 
 // The startup identifier of a launch, carrying its timestamp the way the desktop's startup
 // notification writes it ("..._TIME<server time>"); "" for a hidden launch or without a display.
 std::string startupId(bool hidden) {
   if (hidden) return {};
-  uint32_t time = serverTime();
+  uint32_t time = serverClock().now();
   if (time == 0) return {};
   static unsigned serial = 0;
   return "tessel-" + std::to_string(::getpid()) + "-" + std::to_string(++serial) + "_TIME" +

@@ -164,12 +164,6 @@ std::string contentTypeOfCreator(uint32_t c) {
       return "application/pdf";
     case code("TVOD"):  // the media player
       return "video/quicktime";
-    case code("MSWD"):  // office programs
-      return "application/msword";
-    case code("XCEL"):
-      return "application/vnd.ms-excel";
-    case code("PPT3"):
-      return "application/vnd.ms-powerpoint";
     default:
       return "";
   }
@@ -206,10 +200,6 @@ std::string contentTypeOfFileType(uint32_t c) {
       return "audio/x-wav";
     case code("AIFF"):
       return "audio/x-aiff";
-    case code("W8BN"):
-      return "application/msword";
-    case code("XLS8"):
-      return "application/vnd.ms-excel";
     case code("ZIP "):
       return "application/zip";
     case code("fold"):

@@ -183,8 +183,8 @@ TEST_F(SystemInfo, NamesFromThePasswordEntryAndTheHost) {
   env->user->gecos = "";
   EXPECT_EQ(userName(), "ada");
   EXPECT_EQ(computerName(), "box");
-  env->pretty = "Studio Mac";
-  EXPECT_EQ(computerName(), "Studio Mac");
+  env->pretty = "Studio Machine";
+  EXPECT_EQ(computerName(), "Studio Machine");
 }
 
 TEST_F(SystemInfo, LanguageFromTheFirstLocaleVariableSet) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace tessel::system {
@@ -14,5 +15,8 @@ int32_t shell(std::string_view operation, std::string_view file, std::string_vie
               std::string_view workDir, std::string_view state);
 int32_t makeShortcut(std::string_view file, std::string_view folder, std::string_view title);
 void refreshFiles();
+
+// `text` in single quotes for /bin/sh, every "'" inside written as '\''.
+std::string shellQuote(std::string_view text);
 
 }  // namespace tessel::system

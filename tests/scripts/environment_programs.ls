@@ -1,0 +1,12 @@
+-- Environment and program methods whose answers do not depend on the machine.
+put tsVersion("OS")
+put tsVersion("osx")
+put tsVersion("qt3")
+put tsVersion("classic")
+put tsGestalt("qtim") && tsGestaltExists("qtim")
+put tsGestaltExists("sys1") && tsGestaltExists("pgsz") && tsGestaltExists("ramm")
+put ilk(tsMemoryInfo("RAM")) && (tsMemoryInfo("ram") > 0) && tsMemoryInfo("nothing")
+put tsFontInstalled("DejaVu Sans", "Bold") && tsFontInstalled("sans-serif", "")
+put tsShell("terminal", "exit 0", "", "", "") && tsShell("SYSTEM", "exit 2", "", "", "")
+put tsRunProgram("/bin/true", "HIDDEN", 1) && tsRunProgram("/nonexistent/program", "", 0)
+put tsOpenURL("", "") && tsFindApp(".")

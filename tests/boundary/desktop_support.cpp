@@ -1,5 +1,7 @@
 #include "tests/boundary/desktop_support.h"
 
+#include <X11/Xlib.h>
+
 #include <sys/wait.h>
 
 #include <cstdio>

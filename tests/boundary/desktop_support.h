@@ -2,12 +2,12 @@
 // end of a scope, and the test's own X connection.
 #pragma once
 
-#include <X11/Xlib.h>
-
 #include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
+
+struct _XDisplay;
 
 namespace tessel::testing {
 
@@ -42,11 +42,11 @@ class TestDisplay {
  public:
   TestDisplay();
   ~TestDisplay();
-  Display* get() const { return display_; }
+  _XDisplay* get() const { return display_; }
   explicit operator bool() const { return display_ != nullptr; }
 
  private:
-  Display* display_ = nullptr;
+  _XDisplay* display_ = nullptr;
 };
 
 }  // namespace tessel::testing

@@ -37,6 +37,7 @@ struct ModeSearch {
   std::vector<platform::DisplayMode> candidates;  // modes of any depth holding the size, in order
 };
 
+// A size below 1x1 finds nothing.
 ModeSearch searchModes(const std::vector<platform::DisplayMode>& modes, int32_t width,
                        int32_t height, int32_t depth);
 

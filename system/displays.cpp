@@ -54,6 +54,7 @@ bool depthMatches(int32_t requested, int32_t bitsPerPixel) {
 ModeSearch searchModes(const std::vector<DisplayMode>& modes, int32_t width, int32_t height,
                        int32_t depth) {
   ModeSearch found;
+  if (width < 1 || height < 1) return found;  // no screen is empty
   int32_t bestWidth = 32000, bestHeight = 32000;
   for (const DisplayMode& mode : modes) {
     bool holds = mode.width >= width && mode.height >= height;

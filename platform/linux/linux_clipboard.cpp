@@ -142,15 +142,23 @@ class SelectionServer {
     return XGetSelectionOwner(d_, atoms_.clipboard) == window_;
   }
 
-  // Answers requests until another client owns the selection or the server goes away.
+  // Answers requests until another client owns the selection or the server goes away. Transfers
+  // under way when the selection is lost are finished first (their readers would hang), as long
+  // as their readers keep asking.
   void serve() {
     XEvent event;
+    bool lost = false;
     while (conn_.alive()) {
-      XNextEvent(d_, &event);
+      if (lost && transfers_.empty()) return;
+      if (lost) {
+        if (!nextEvent(conn_, Clock::now() + kDeadline, event)) return;
+      } else {
+        XNextEvent(d_, &event);
+      }
       if (!conn_.alive()) return;
       switch (event.type) {
         case SelectionClear:
-          if (event.xselectionclear.selection == atoms_.clipboard) return;
+          if (event.xselectionclear.selection == atoms_.clipboard) lost = true;
           break;
         case SelectionRequest:
           answer(event.xselectionrequest);

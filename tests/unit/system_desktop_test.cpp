@@ -152,6 +152,8 @@ TEST_F(DisplaysTest, ModeSearchExactFallbackAndCandidates) {
   EXPECT_FALSE(depth.fallback);
   EXPECT_EQ(depth.candidates.size(), 6u);
   EXPECT_TRUE(searchModes(modes, 4000, 3000, 32).candidates.empty());
+  EXPECT_TRUE(searchModes(modes, 0, 0, 0).candidates.empty());  // never "any mode"
+  EXPECT_TRUE(searchModes(modes, -800, 600, 32).candidates.empty());
 
   // At most 48 candidates are kept.
   std::vector<DisplayMode> many;

@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "tests/boundary/boundary_support.h"
-#include "tests/boundary/desktop_support.h"
+#include "tests/desktop/desktop_support.h"
 
 // After gtest: Xlib defines None as a macro.
 #include <X11/Xatom.h>

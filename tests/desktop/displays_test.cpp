@@ -1,7 +1,7 @@
 // Displays, the desktop picture and the pointer through the host: on the session's Xvfb (with
 // modes added through xrandr) and on an Xorg server with the dummy driver and two outputs.
 #include "tests/boundary/boundary_support.h"
-#include "tests/boundary/desktop_support.h"
+#include "tests/desktop/desktop_support.h"
 
 // After gtest: Xlib defines None as a macro.
 #include <X11/Xatom.h>

@@ -1,4 +1,4 @@
-#include "tests/boundary/desktop_support.h"
+#include "tests/desktop/desktop_support.h"
 
 #include <X11/Xlib.h>
 

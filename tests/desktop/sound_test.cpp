@@ -7,7 +7,7 @@
 #include <regex>
 
 #include "tests/boundary/boundary_support.h"
-#include "tests/boundary/desktop_support.h"
+#include "tests/desktop/desktop_support.h"
 
 namespace tessel::testing {
 namespace {

@@ -2,7 +2,7 @@
 #include <fstream>
 
 #include "tests/boundary/boundary_support.h"
-#include "tests/boundary/desktop_support.h"
+#include "tests/desktop/desktop_support.h"
 
 namespace tessel::testing {
 namespace {

@@ -3,6 +3,8 @@
 #include "tests/boundary/boundary_support.h"
 #include "tests/desktop/desktop_support.h"
 
+#include <gio/gio.h>
+
 // After gtest: Xlib defines None as a macro.
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -263,6 +265,41 @@ TEST_F(Displays, WallpaperPixmapOutlivesTheHost) {
                                        Value(0)}),
             -1);
   EXPECT_EQ(rootPixmap(d, "_XROOTPMAP_ID"), second);
+}
+
+// GNOME-family desktops draw their own background: the picture goes to GSettings too, and only
+// there. (The session's GSettings backend is the in-memory one, shared with this process.)
+TEST_F(Displays, WallpaperReachesGSettingsOnGnomeOnly) {
+  GSettingsSchemaSource* source = g_settings_schema_source_get_default();
+  GSettingsSchema* schema =
+      source ? g_settings_schema_source_lookup(source, "org.gnome.desktop.background", TRUE)
+             : nullptr;
+  if (schema == nullptr) GTEST_SKIP() << "the desktop background schema is not installed";
+  g_settings_schema_unref(schema);
+  GSettings* settings = g_settings_new("org.gnome.desktop.background");
+  auto uri = [&] {
+    gchar* value = g_settings_get_string(settings, "picture-uri");
+    std::string out = value != nullptr ? value : "";
+    g_free(value);
+    return out;
+  };
+  g_settings_reset(settings, "picture-uri");
+  std::string before = uri();
+  TempDir dir;
+  std::string picture = redBluePicture(dir);
+  {
+    ScopedEnv desktop("XDG_CURRENT_DESKTOP", "XFCE");
+    EXPECT_EQ(integer("tsSetWallpaper", {Value(picture), Value(0)}), 0);
+    EXPECT_EQ(uri(), before);
+  }
+  {
+    ScopedEnv desktop("XDG_CURRENT_DESKTOP", "ubuntu:GNOME");
+    EXPECT_EQ(integer("tsSetWallpaper", {Value(picture), Value(0)}), 0);
+    EXPECT_EQ(uri(), "file://" + picture);
+  }
+  g_settings_reset(settings, "picture-uri");
+  g_settings_reset(settings, "picture-uri-dark");
+  g_object_unref(settings);
 }
 
 TEST_F(Displays, PlaceCursorWarpsThePointer) {

@@ -17,7 +17,7 @@
 
 #include <fstream>
 #include <cstring>
-#include <regex>
+#include <sstream>
 
 namespace tessel::testing {
 namespace {
@@ -34,9 +34,12 @@ std::vector<std::string> strings(const Value& list) {
 // The screen size as xrandr reports it ("current W x H").
 std::string screenSize() {
   std::string text = run("xrandr 2>/dev/null").value_or("");
-  std::smatch m;
-  if (std::regex_search(text, m, std::regex("current (\\d+) x (\\d+)"))) return m[1].str() + "x" + m[2].str();
-  return "";
+  size_t at = text.find("current ");
+  if (at == std::string::npos) return "";
+  std::istringstream in(text.substr(at + 8));
+  std::string width, x, height;
+  in >> width >> x >> height;
+  return width + "x" + height.substr(0, height.find(','));
 }
 
 class Displays : public XtraTest {

@@ -4,7 +4,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <regex>
+#include <cctype>
+
 
 #include "tests/boundary/boundary_support.h"
 #include "tests/desktop/desktop_support.h"
@@ -18,9 +19,11 @@ using host::Value;
 std::vector<int> pactlPercentages() {
   std::vector<int> out;
   std::string text = run("pactl get-sink-volume @DEFAULT_SINK@ 2>/dev/null").value_or("");
-  std::regex percent("(\\d+)%");
-  for (std::sregex_iterator it(text.begin(), text.end(), percent), end; it != end; ++it)
-    out.push_back(std::stoi((*it)[1]));
+  for (size_t at = text.find('%'); at != std::string::npos; at = text.find('%', at + 1)) {
+    size_t start = at;
+    while (start > 0 && std::isdigit(static_cast<unsigned char>(text[start - 1]))) --start;
+    if (start < at) out.push_back(std::stoi(text.substr(start, at - start)));
+  }
   return out;
 }
 

@@ -31,6 +31,9 @@ struct HostOptions {
   std::optional<std::string> playerResolvesAt;
   // Where PrintMessage texts go (as they are, no line end added). Unset: standard output.
   std::function<void(const std::string&)> printMessage;
+  // Holds (true) or releases (false) the keyboard for the host's presentation window. Set: the
+  // host serves the stage interface (xtra/moa/tessel_stage.h) to its Xtras; unset: it has none.
+  std::function<bool(bool)> holdKeyboard;
 };
 
 // The running movie, as the host's player and movie services see it. The message window

@@ -1153,12 +1153,21 @@ MoaError CallbackService::QueryInterface(ConstPMoaInterfaceID iid, PPMoaVoid out
     serve(static_cast<IMoaDrPlayer*>(&host_.player));
   } else if (host_.isDirector() && equalID(id, IID_IMoaDrMediaValue)) {
     serve(static_cast<IMoaDrMediaValue*>(&host_.mediaValue));
+  } else if (host_.options.holdKeyboard && equalID(id, IID_ITesselStage)) {
+    serve(static_cast<ITesselStage*>(&host_.stage));
   } else {
     return kMoaErr_BadInterface;
   }
   service->AddRef();
   *out = face;
   return kMoaErr_NoErr;
+}
+
+MoaError StageService::HoldKeyboard(MoaBoolParam hold) {
+  return guarded([&] {
+    if (!host_.options.holdKeyboard) return kMoaErr_NotImplemented;
+    return host_.options.holdKeyboard(hold != 0) ? kMoaErr_NoErr : kMoaErr_InternalError;
+  });
 }
 
 MoaError CallbackService::MoaCreateInstance(ConstPMoaClassID cls, ConstPMoaInterfaceID iid,
@@ -1195,7 +1204,7 @@ uint32_t HostServices::serviceReferences() const {
          appInfo.refs().count() + value.refs().count() + utils.refs().count() +
          utils2.refs().count() + wndWin.refs().count() + wndMac.refs().count() +
          list.refs().count() + player.refs().count() + movieService.refs().count() +
-         mediaValue.refs().count() + callback.refs().count();
+         mediaValue.refs().count() + stage.refs().count() + callback.refs().count();
 }
 
 void HostServices::print(const std::string& text) {

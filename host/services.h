@@ -28,6 +28,7 @@
 #include "host/host.h"
 #include "host/value_store.h"
 #include "xtra/moa/moa_interfaces.h"
+#include "xtra/moa/tessel_stage.h"
 
 namespace tessel::host {
 
@@ -510,6 +511,13 @@ class CallbackService final : public Service<moa::IMoaCallback> {
   void MoaEndUsingResources(moa::MoaFileRef file, moa::XtraResourceCookie save) override;
 };
 
+// The presentation window's keyboard (served only when HostOptions::holdKeyboard is set).
+class StageService final : public Service<moa::ITesselStage> {
+ public:
+  using Service::Service;
+  moa::MoaError HoldKeyboard(moa::MoaBoolParam hold) override;
+};
+
 struct HostServices {
   explicit HostServices(HostOptions opts);
   HostServices(const HostServices&) = delete;
@@ -544,6 +552,7 @@ struct HostServices {
   PlayerService player{*this};
   MovieService movieService{*this};
   MediaValueService mediaValue{*this};
+  StageService stage{*this};
   CallbackService callback{*this};
 };
 

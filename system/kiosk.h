@@ -15,4 +15,7 @@ int32_t placeCursor(int32_t x, int32_t y);
 int32_t setVolume(std::string_view type, int32_t volume);
 int32_t getVolume(std::string_view type);
 
+// Puts back what tsHideTaskBar and tsDisableSwitching changed (when the module is unloaded).
+void restoreKiosk();
+
 }  // namespace tessel::system

@@ -32,6 +32,8 @@ inline constexpr size_t kLongKeywordLen = 80;
 // Long texts (INI values, cipher texts, messages): the workers cut them to their own sizes.
 inline constexpr size_t kLongTextLen = 32101;
 inline constexpr size_t kClipboardLen = 63999;
+// Texts taken whole (up to their first NUL).
+inline constexpr size_t kUnboundedLen = static_cast<size_t>(-1);
 
 // Cuts a text at `limit` bytes (or at an embedded NUL, where a C string would end).
 std::string bounded(std::string_view text, size_t limit);

@@ -178,7 +178,8 @@ MoaError T::tsDisableSwitching(PMoaMmCallInfo info) {
 MoaError T::tsCopyText(PMoaMmCallInfo info) {
   return runMethod(info, [](MethodCall& call) -> MoaError {
     std::string text;
-    if (MoaError err = call.text(1, text, kClipboardLen)) return err;
+    // The whole text goes to the clipboard; only pasting is bounded.
+    if (MoaError err = call.text(1, text, kUnboundedLen)) return err;
     return call.returnInteger(system::copyText(text));
   });
 }

@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include "xtra/module.h"
+#include "xtra/stage.h"
 
 namespace tessel::xtra {
 namespace {
@@ -65,6 +66,7 @@ MoaError scriptCreate(MoaObjectHeader* header) {
 
   appInfoText(self->appInfo, kMoaAppInfo_RunMode, text);
   state.hostIsAuthoring = strcasecmp(text, "Author") == 0;
+  acquireStage(cb);
   return kMoaErr_NoErr;
 }
 
@@ -83,6 +85,7 @@ MoaError scriptShutdown(TesselScriptFields* self) {
 }
 
 void scriptDestroy(MoaObjectHeader* header) {
+  if (moduleState().scriptInstance == header) releaseStage();
   scriptShutdown(scriptFields(header));
   ModuleState& state = moduleState();
   if (state.scriptInstance == header) {

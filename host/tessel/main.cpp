@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@
 #include "host/lingo/values.h"
 #include "host/tessel/host_externals.h"
 #include "host/tessel/message_window.h"
+#include "host/tessel/stage.h"
 
 namespace fs = std::filesystem;
 
@@ -36,6 +38,7 @@ constexpr const char* kUsage =
     "                    script's folder, or the current folder)\n"
     "  --product NAME    the product name the host reports (default: Director)\n"
     "  --mode MODE       Author or Projector (default: Projector)\n"
+    "  --stage WxH       open a presentation window of that size (kiosk controls act on it)\n"
     "  -h, --help        show this help\n"
     "\n"
     "Exit status: 0 when everything ran, 1 after a script error, 2 for a usage error.\n";
@@ -47,6 +50,9 @@ struct Options {
   std::string movie;
   std::string product = "Director";
   std::string mode = "Projector";
+  std::string stage;  // "WxH"
+  int stageWidth = 0;
+  int stageHeight = 0;
 };
 
 std::string withSlash(std::string path) {
@@ -94,7 +100,8 @@ int parseOptions(int argc, char** argv, Options& opt) {
         } else if (value("-e", code)) {
           opt.code.push_back(code);
         } else if (value("--xtras", opt.xtras) || value("--movie", opt.movie) ||
-                   value("--product", opt.product) || value("--mode", opt.mode)) {
+                   value("--product", opt.product) || value("--mode", opt.mode) ||
+                   value("--stage", opt.stage)) {
         } else {
           return usageError("unknown option " + arg);
         }
@@ -112,6 +119,14 @@ int parseOptions(int argc, char** argv, Options& opt) {
     opt.mode = "Projector";
   } else {
     return usageError("--mode must be Author or Projector");
+  }
+  if (!opt.stage.empty()) {
+    char x = 0, extra = 0;
+    if (std::sscanf(opt.stage.c_str(), "%d%c%d%c", &opt.stageWidth, &x, &opt.stageHeight, &extra) !=
+            3 ||
+        (x != 'x' && x != 'X') || opt.stageWidth < 1 || opt.stageHeight < 1 ||
+        opt.stageWidth > 32767 || opt.stageHeight > 32767)
+      return usageError("--stage needs a size such as 640x480");
   }
   return -1;
 }
@@ -171,6 +186,15 @@ int main(int argc, char** argv) {
   tessel::host::HostOptions hostOptions;
   hostOptions.productName = opt.product;
   hostOptions.runMode = opt.mode;
+  // The stage outlives the host, so the Xtra can still let go of the keyboard when it unloads;
+  // the keyboard is released at exit in any case.
+  std::unique_ptr<tessel::runner::Stage> stage;
+  if (!opt.stage.empty()) {
+    stage = tessel::runner::Stage::open(opt.stageWidth, opt.stageHeight);
+    if (!stage) std::fprintf(stderr, "tessel: warning: no display for the stage\n");
+    tessel::runner::Stage* s = stage.get();
+    if (s != nullptr) hostOptions.holdKeyboard = [s](bool hold) { return s->holdKeyboard(hold); };
+  }
   tessel::host::Host host(hostOptions);
   tessel::runner::HostExternals externals(host);
   host.setMovie(&lingo);

@@ -14,7 +14,7 @@ put tsSysFolder("boot")
 put count(tsDiskList()) > 0
 put tsWindowList("", "", 0)
 put tsWindowInfo(0, "name")
-put tsGetVolume("")
+put tsGetVolume("") >= -1
 put tsFileSizeEx("@:missing")
 put ilk(tsDiskList())
 put chars(interface(xtra "Tessel"), 1, 11)

@@ -1,0 +1,354 @@
+// Displays, volume, clipboard and kiosk workers against fakes of their platform services.
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "platform/clipboard.h"
+#include "platform/displays.h"
+#include "platform/kiosk.h"
+#include "platform/sound.h"
+#include "system/display_modes.h"
+#include "system/displays.h"
+#include "system/kiosk.h"
+#include "system/sound.h"
+
+namespace tessel::system {
+namespace {
+
+using platform::DisplayMode;
+using platform::Monitor;
+
+DisplayMode mode(uint64_t id, int32_t w, int32_t h, int32_t refresh = 60, int32_t bits = 32) {
+  return DisplayMode{id, w, h, bits, refresh};
+}
+
+class FakeDisplays : public platform::DisplayService {
+ public:
+  std::vector<Monitor> list;
+  std::vector<std::pair<uint32_t, uint64_t>> switches;  // (display, mode) in call order
+  std::map<uint64_t, bool> refused;                       // modes the server refuses
+  std::vector<Monitor> monitors() override { return list; }
+  bool switchMode(uint32_t id, const DisplayMode& m) override {
+    switches.emplace_back(id, m.id);
+    if (refused[m.id]) return false;
+    for (Monitor& mon : list)
+      if (mon.id == id) {
+        mon.current = m;
+        mon.width = m.width;
+        mon.height = m.height;
+      }
+    return true;
+  }
+  platform::WallpaperResult setWallpaper(const std::string&) override {
+    return platform::WallpaperResult::Done;
+  }
+  bool warpPointer(int32_t, int32_t) override { return true; }
+};
+
+class DisplaysTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    auto owned = std::make_unique<FakeDisplays>();
+    fake = owned.get();
+    previous = platform::setDisplayService(std::move(owned));
+  }
+  void TearDown() override { platform::setDisplayService(std::move(previous)); }
+
+  Monitor& add(uint32_t id, bool primary, std::vector<DisplayMode> modes, int32_t x = 0) {
+    Monitor m;
+    m.id = id;
+    m.primary = primary;
+    m.x = x;
+    m.modes = std::move(modes);
+    m.current = m.modes.front();
+    m.width = m.current.width;
+    m.height = m.current.height;
+    fake->list.push_back(m);
+    return fake->list.back();
+  }
+  std::string info(std::string_view display, std::string_view what) {
+    auto answer = multiDisplayInfo(display, what);
+    return std::holds_alternative<std::string>(answer) ? std::get<std::string>(answer) : "<list>";
+  }
+
+  FakeDisplays* fake = nullptr;
+  std::unique_ptr<platform::DisplayService> previous;
+};
+
+TEST_F(DisplaysTest, SelectorsPrimarySecondAndNumbers) {
+  add(70, false, {mode(1, 1024, 768)});
+  add(81, true, {mode(2, 1920, 1080)}, 1024);
+  const auto& list = fake->list;
+  EXPECT_EQ(selectDisplay("primary", list), 81u);
+  EXPECT_EQ(selectDisplay("PRIMARY", list), 81u);
+  EXPECT_EQ(selectDisplay("primary display", list), 0u);  // "primary" is a whole word
+  EXPECT_EQ(selectDisplay("second", list), 81u);           // the second in list order
+  EXPECT_EQ(selectDisplay("SECONDARY", list), 81u);        // six letters are enough
+  EXPECT_EQ(selectDisplay("secon", list), 0u);
+  EXPECT_EQ(selectDisplay("70", list), 70u);
+  EXPECT_EQ(selectDisplay("70abc", list), 70u);
+  EXPECT_EQ(selectDisplay("abc", list), 0u);
+  EXPECT_EQ(selectDisplay("99999999999", list), 0xFFFFFFFFu);
+
+  // One display: "second" reads its own number (none), "primary" without displays too.
+  std::vector<Monitor> one(list.begin(), list.begin() + 1);
+  EXPECT_EQ(selectDisplay("second", one), 0u);
+  EXPECT_EQ(selectDisplay("primary", {}), 0u);
+  // Without a primary flag the first display is the main one.
+  EXPECT_EQ(selectDisplay("primary", one), 70u);
+}
+
+TEST_F(DisplaysTest, InfoWordsAndTheSecondDisplay) {
+  add(70, true, {mode(1, 1024, 768, 75), mode(3, 800, 600, 0)});
+  EXPECT_EQ(info("primary", "width"), "1024");
+  EXPECT_EQ(info("70", "HEIGHT"), "768");
+  EXPECT_EQ(info("70", "depth"), "32");
+  EXPECT_EQ(info("70", "refresh"), "75");
+  EXPECT_EQ(info("", "number"), "1");
+  EXPECT_EQ(info("", "primary"), "70");
+  // One display: no second one, and "second" as a display names display 0, which reads as zeros.
+  EXPECT_EQ(info("", "second"), "");
+  EXPECT_EQ(info("second", "width"), "0");
+  EXPECT_EQ(info("70", "colour"), "");
+  auto modes = std::get<std::vector<std::string>>(multiDisplayInfo("primary", "Modes"));
+  EXPECT_EQ(modes, (std::vector<std::string>{"1024", "768", "32", "75", "800", "600", "32", "0"}));
+  // "modes" is a list even for a display that does not exist.
+  EXPECT_TRUE(std::get<std::vector<std::string>>(multiDisplayInfo("5", "modes")).empty());
+
+  add(90, false, {mode(5, 1280, 1024)}, 1024);
+  EXPECT_EQ(info("", "second display"), "90");  // only the first six letters count
+  EXPECT_EQ(info("second", "xpos"), "1024");
+  EXPECT_EQ(info("", "number"), "2");
+  EXPECT_EQ(multiDisplayList(), (std::vector<std::string>{"70", "2", "90", "1"}));
+}
+
+TEST_F(DisplaysTest, NoDisplayAnswersFailureValues) {
+  EXPECT_EQ(info("primary", "width"), "");
+  EXPECT_EQ(info("", "number"), "0");
+  EXPECT_TRUE(multiDisplayList().empty());
+  EXPECT_EQ(setDisplay(800, 600, 32, "", 0), -1);
+  EXPECT_EQ(setMultiDisplay("primary", 800, 600, 32, 0, "", 0), -1);
+}
+
+TEST_F(DisplaysTest, ModeSearchExactFallbackAndCandidates) {
+  std::vector<DisplayMode> modes = {mode(1, 1920, 1080), mode(2, 1280, 1024, 75),
+                                    mode(3, 1280, 1024, 60), mode(4, 1024, 768),
+                                    mode(5, 1280, 800),      mode(6, 800, 600, 60, 16)};
+  ModeSearch exact = searchModes(modes, 1280, 1024, 24);
+  ASSERT_TRUE(exact.exact);
+  EXPECT_EQ(exact.exact->id, 2u);  // the first of that size in the server's order
+
+  // 1100x700 is not offered: the fallback is replaced only by a mode smaller in both sides, so
+  // 1280x800 (as wide as 1280x1024) does not displace 1280x1024; 1024x768 is too narrow.
+  ModeSearch fallback = searchModes(modes, 1100, 700, 32);
+  EXPECT_FALSE(fallback.exact);
+  ASSERT_TRUE(fallback.fallback);
+  EXPECT_EQ(fallback.fallback->id, 2u);
+  EXPECT_EQ(fallback.candidates.size(), 4u);
+
+  // A depth no mode has: no fallback, but the modes holding the size are candidates.
+  ModeSearch depth = searchModes(modes, 800, 600, 8);
+  EXPECT_FALSE(depth.exact);
+  EXPECT_FALSE(depth.fallback);
+  EXPECT_EQ(depth.candidates.size(), 6u);
+  EXPECT_TRUE(searchModes(modes, 4000, 3000, 32).candidates.empty());
+  EXPECT_TRUE(searchModes(modes, 0, 0, 0).candidates.empty());  // never "any mode"
+  EXPECT_TRUE(searchModes(modes, -800, 600, 32).candidates.empty());
+
+  // At most 48 candidates are kept.
+  std::vector<DisplayMode> many;
+  for (int i = 0; i < 60; ++i) many.push_back(mode(static_cast<uint64_t>(i + 1), 2000 + i, 2000));
+  EXPECT_EQ(searchModes(many, 100, 100, 16).candidates.size(), kMaxCandidates);
+
+  EXPECT_TRUE(depthMatches(24, 32));
+  EXPECT_TRUE(depthMatches(32, 32));
+  EXPECT_FALSE(depthMatches(16, 32));
+  EXPECT_TRUE(depthMatches(16, 16));
+}
+
+TEST_F(DisplaysTest, SetDisplayTestsSwitchesAndFallsBack) {
+  add(7, true, {mode(1, 1920, 1080), mode(2, 1280, 1024), mode(3, 1024, 768)});
+  // "test" never switches, whatever it answers.
+  EXPECT_EQ(setDisplay(1024, 768, 32, "TEST", 0), 0);
+  EXPECT_EQ(setDisplay(1000, 700, 32, "test", 0), 0);
+  EXPECT_EQ(setDisplay(3000, 2000, 32, "test", 0), -1);
+  EXPECT_EQ(setDisplay(640, 480, 8, "test", 0), 0);  // candidates of another depth
+  EXPECT_TRUE(fake->switches.empty());
+
+  EXPECT_EQ(setDisplay(1024, 768, 24, "", 0), 0);
+  EXPECT_EQ(fake->switches.back(), (std::pair<uint32_t, uint64_t>{7, 3}));
+  EXPECT_EQ(setDisplay(1100, 900, 32, "", 0), 0);  // the smallest mode holding 1100x900
+  EXPECT_EQ(fake->switches.back().second, 2u);
+
+  // No mode of that depth: the candidates are tried in order until one is accepted.
+  fake->switches.clear();
+  fake->refused[1] = true;
+  EXPECT_EQ(setDisplay(1200, 1000, 8, "", 0), 0);
+  EXPECT_EQ(fake->switches, (std::vector<std::pair<uint32_t, uint64_t>>{{7, 1}, {7, 2}}));
+  fake->refused[2] = true;
+  EXPECT_EQ(setDisplay(1200, 1000, 8, "", 0), -1);
+  // A refused exact switch is a failure.
+  EXPECT_EQ(setDisplay(1280, 1024, 32, "", 0), -1);
+}
+
+TEST_F(DisplaysTest, SetMultiDisplayNeedsAnExactMode) {
+  add(7, true, {mode(1, 1280, 1024, 75), mode(2, 1280, 1024, 60), mode(3, 1024, 768, 60)});
+  add(9, false, {mode(4, 800, 600, 60), mode(5, 640, 480, 60)}, 1280);
+  EXPECT_EQ(setMultiDisplay("primary", 1100, 900, 32, 0, "", 0), -1);  // no inexact switch
+  EXPECT_EQ(setMultiDisplay("42", 800, 600, 32, 0, "", 0), -1);        // no such display
+  EXPECT_TRUE(fake->switches.empty());
+
+  EXPECT_EQ(setMultiDisplay("primary", 1280, 1024, 32, 60, "", 0), 0);
+  EXPECT_EQ(fake->switches.back().second, 2u);
+  // A refresh rate that is not offered falls back to the size and depth alone.
+  EXPECT_EQ(setMultiDisplay("7", 1024, 768, 32, 85, "", 0), 0);
+  EXPECT_EQ(fake->switches.back().second, 3u);
+  EXPECT_EQ(setMultiDisplay("second", 640, 480, 24, 0, "", 0), 0);
+  EXPECT_EQ(fake->switches.back(), (std::pair<uint32_t, uint64_t>{9, 5}));
+  // The data is read again after a switch.
+  EXPECT_EQ(info("second", "width"), "640");
+  EXPECT_EQ(setMultiDisplay("second", 640, 480, 16, 0, "", 0), -1);
+}
+
+TEST(SoundScaling, LevelsAndPercentages) {
+  using platform::kNormalVolume;
+  EXPECT_EQ(levelForVolume(100), kNormalVolume);
+  EXPECT_EQ(levelForVolume(50), kNormalVolume / 2);
+  EXPECT_EQ(levelForVolume(30), 19661u);  // 0.30 of the normal level, rounded
+  EXPECT_EQ(levelForVolume(0), 0u);
+  EXPECT_EQ(levelForVolume(-20), 0u);
+  EXPECT_EQ(levelForVolume(150), kNormalVolume * 3 / 2);  // amplified
+  EXPECT_EQ(levelForVolume(0x7fffffff), platform::kMaxVolume);
+
+  EXPECT_EQ(volumeFromLevels({levelForVolume(30), levelForVolume(50)}), 40);
+  EXPECT_EQ(volumeFromLevels({levelForVolume(30), levelForVolume(51)}), 40);  // truncated
+  EXPECT_EQ(volumeFromLevels({levelForVolume(50)}), 50);  // mono counts twice
+  EXPECT_EQ(volumeFromLevels({}), 0);
+  // Every Lingo volume reads back as itself (a per-channel rounding, as the server's tools show).
+  for (int32_t v = 0; v <= 150; ++v) EXPECT_EQ(volumeFromLevels({levelForVolume(v), levelForVolume(v)}), v);
+  // Channels beyond the first two do not count.
+  EXPECT_EQ(volumeFromLevels({kNormalVolume, 0, kNormalVolume, kNormalVolume}), 50);
+}
+
+class FakeSound : public platform::SoundService {
+ public:
+  std::optional<platform::OutputState> state;
+  std::optional<platform::OutputState> output() override { return state; }
+  bool setLevel(uint32_t level) override {
+    if (!state) return false;
+    for (auto& c : state->channels) c = level;
+    return true;
+  }
+  bool setMuted(bool muted) override {
+    if (!state) return false;
+    state->muted = muted;
+    return true;
+  }
+};
+
+TEST(SoundVolume, TypesAndMissingOutput) {
+  auto owned = std::make_unique<FakeSound>();
+  FakeSound* fake = owned.get();
+  auto previous = platform::setSoundService(std::move(owned));
+  EXPECT_EQ(getVolume(""), -1);
+  EXPECT_EQ(getVolume("mute"), -1);
+  EXPECT_EQ(setVolume("", 50), 0);
+  EXPECT_EQ(setVolume("mute", 1), 0);
+
+  fake->state = platform::OutputState{{0, 0}, false};
+  EXPECT_EQ(setVolume("Master", 50), 1);
+  EXPECT_EQ(fake->state->channels, (std::vector<uint32_t>{0x8000, 0x8000}));
+  EXPECT_EQ(getVolume("anything"), 50);
+  EXPECT_EQ(setVolume("MUTE", 1), 1);
+  EXPECT_EQ(getVolume("Mute"), 1);
+  EXPECT_EQ(getVolume(""), 50);  // muting keeps the level
+  EXPECT_EQ(setVolume("mute", 0), 1);
+  EXPECT_EQ(getVolume("mute"), 0);
+  platform::setSoundService(std::move(previous));
+}
+
+class FakeClipboard : public platform::ClipboardService {
+ public:
+  std::optional<std::string> content;
+  bool copyText(std::string_view text) override {
+    content = std::string(text);
+    return true;
+  }
+  std::optional<std::string> pasteText(size_t limit) override {
+    if (!content || content->size() > limit) return std::nullopt;
+    return content;
+  }
+};
+
+TEST(Clipboard, PasteLimitsAndZeroBytes) {
+  auto owned = std::make_unique<FakeClipboard>();
+  FakeClipboard* fake = owned.get();
+  auto previous = platform::setClipboardService(std::move(owned));
+  EXPECT_EQ(pasteText(), "");
+  EXPECT_EQ(copyText(""), 1);
+  EXPECT_EQ(fake->content, "");
+  EXPECT_EQ(pasteText(), "");
+  EXPECT_EQ(copyText(std::string(70000, 'a')), 1);  // copied whole
+  EXPECT_EQ(fake->content->size(), 70000u);
+  EXPECT_EQ(pasteText(), "");
+  fake->content = std::string(64000, 'b');
+  EXPECT_EQ(pasteText(), "");
+  fake->content = std::string(63999, 'c');
+  EXPECT_EQ(pasteText().size(), 63999u);
+  fake->content = std::string("ab\0cd", 5);
+  EXPECT_EQ(pasteText(), "ab");
+  platform::setClipboardService(std::move(previous));
+}
+
+class FakeKiosk : public platform::KioskService {
+ public:
+  bool window = true;
+  std::vector<platform::StageLayer> layers;
+  std::vector<bool> holds;
+  bool setStageLayer(platform::StageLayer layer) override {
+    if (!window) return false;
+    layers.push_back(layer);
+    return true;
+  }
+  bool holdKeyboard(bool hold) override {
+    if (!window) return false;
+    holds.push_back(hold);
+    return true;
+  }
+};
+
+TEST(Kiosk, HideLevelsSwitchingAndRestore) {
+  using L = platform::StageLayer;
+  auto owned = std::make_unique<FakeKiosk>();
+  FakeKiosk* fake = owned.get();
+  auto previous = platform::setKioskService(std::move(owned));
+  EXPECT_EQ(hideTaskBar(5), 0);
+  EXPECT_EQ(hideTaskBar(-1), 0);
+  EXPECT_TRUE(fake->layers.empty());
+  for (int32_t hide : {1, 2, 3, 0}) EXPECT_EQ(hideTaskBar(hide), 0);
+  EXPECT_EQ(fake->layers, (std::vector<L>{L::Fullscreen, L::OnTop, L::Fullscreen, L::Normal}));
+  EXPECT_EQ(disableSwitching(7), 0);
+  EXPECT_EQ(disableSwitching(0), 0);
+  EXPECT_EQ(fake->holds, (std::vector<bool>{true, false}));
+
+  // Unloading puts back only what is still changed.
+  fake->layers.clear();
+  fake->holds.clear();
+  restoreKiosk();
+  EXPECT_TRUE(fake->layers.empty());
+  EXPECT_TRUE(fake->holds.empty());
+  hideTaskBar(2);
+  disableSwitching(1);
+  restoreKiosk();
+  EXPECT_EQ(fake->layers.back(), L::Normal);
+  EXPECT_EQ(fake->holds.back(), false);
+
+  // Without a window nothing is done and the answers stay 0.
+  fake->window = false;
+  EXPECT_EQ(hideTaskBar(1), 0);
+  EXPECT_EQ(disableSwitching(1), 0);
+  platform::setKioskService(std::move(previous));
+}
+
+}  // namespace
+}  // namespace tessel::system

@@ -337,8 +337,6 @@ class LinuxDesktop final : public DesktopService {
     connection_.reset();
     helper_ = 0;
     bindings_.clear();
-    spares_.clear();
-    sparesKnown_ = false;
   }
 
   static void drainEvents(Display* dpy) {
@@ -495,7 +493,6 @@ class LinuxDesktop final : public DesktopService {
 
   Stroke findKey(XkbDescPtr xkb, int group, uint32_t keysym);
   std::vector<KeyCode> modifierKeys(Display* dpy, unsigned int mask);
-  void findSpares(Display* dpy);
   bool bindMissing(Display* dpy, XkbDescPtr xkb, int group, const std::vector<KeyEvent>& events,
                    size_t from, size_t* batchEnd);
 
@@ -510,30 +507,32 @@ class LinuxDesktop final : public DesktopService {
   uint32_t lastOpenAttempt_ = 0;
   int32_t watchedPid_ = 0;
   int watchedFd_ = -1;
-  // Keycodes no physical key sends, and the keysyms bound to them so far (kept between calls).
-  bool sparesKnown_ = false;
-  std::vector<KeyCode> spares_;
+  // Keysyms bound to spare keycodes so far (kept between calls).
   std::vector<Binding> bindings_;
 };
 
-// The keycode and level modifiers that give `keysym` in `group`; keycode 0 when none.
+// The keycode and level modifiers that give `keysym` in `group`; keycode 0 when none. Among
+// several keys the lowest keycode reached plainly or with Shift wins ("(" is Shift+9, not the
+// extra parenthesis key of some keyboards; "<" is Shift+comma), then the lowest other level.
 LinuxDesktop::Stroke LinuxDesktop::findKey(XkbDescPtr xkb, int group, uint32_t keysym) {
   Stroke best;
-  int bestLevel = INT_MAX;
+  int bestRank = INT_MAX;
   for (int kc = xkb->min_key_code; kc <= xkb->max_key_code; ++kc) {
     const int groups = XkbKeyNumGroups(xkb, kc);
     if (groups == 0) continue;
     const int g = group < groups ? group : 0;
     XkbKeyTypePtr type = XkbKeyKeyType(xkb, kc, g);
     const int levels = std::min<int>(type->num_levels, XkbKeyGroupsWidth(xkb, kc));
-    for (int level = 0; level < levels && level < bestLevel; ++level) {
+    for (int level = 0; level < levels; ++level) {
+      const int rank = level <= 1 ? 0 : level;
+      if (rank >= bestRank) break;
       if (XkbKeySymEntry(xkb, kc, level, g) != keysym) continue;
       unsigned int mods = 0;
       bool reachable = level == 0;
       for (int e = 0; e < type->map_count && level > 0; ++e) {
         const XkbKTMapEntryRec& entry = type->map[e];
         if (!entry.active || entry.level != level || (entry.mods.mask & LockMask)) continue;
-        // Prefer the plainest way to the level: Shift alone over Shift with another modifier.
+        // The plainest way to the level: Shift alone over Shift with another modifier.
         if (!reachable || __builtin_popcount(entry.mods.mask) < __builtin_popcount(mods)) {
           mods = entry.mods.mask;
           reachable = true;
@@ -541,9 +540,10 @@ LinuxDesktop::Stroke LinuxDesktop::findKey(XkbDescPtr xkb, int group, uint32_t k
       }
       if (!reachable) continue;
       best = {static_cast<KeyCode>(kc), mods};
-      bestLevel = level;
+      bestRank = rank;
+      break;
     }
-    if (bestLevel == 0) break;
+    if (bestRank == 0) break;
   }
   return best;
 }
@@ -565,83 +565,97 @@ std::vector<KeyCode> LinuxDesktop::modifierKeys(Display* dpy, unsigned int mask)
   return keys;
 }
 
-void LinuxDesktop::findSpares(Display* dpy) {
-  if (sparesKnown_) return;
-  sparesKnown_ = true;
-  int minKey = 0, maxKey = 0, perKey = 0;
-  XDisplayKeycodes(dpy, &minKey, &maxKey);
-  KeySym* syms = XGetKeyboardMapping(dpy, static_cast<KeyCode>(minKey), maxKey - minKey + 1, &perKey);
-  if (syms == nullptr) return;
-  for (int kc = minKey; kc <= maxKey; ++kc) {
-    bool empty = true;
-    for (int i = 0; i < perKey && empty; ++i)
-      if (syms[(kc - minKey) * perKey + i] != NoSymbol) empty = false;
-    if (empty) spares_.push_back(static_cast<KeyCode>(kc));
-  }
-  XFree(syms);
-}
-
-// Binds the keysyms from events[from] on that the layout lacks to spare keycodes, all in one
-// go. When there are more than spare keycodes (not counting those used since `from`), binds
-// what fits and sets *batchEnd to the first event that must wait for the next batch.
+// Binds the keysyms from events[from] on that the layout lacks to spare keycodes (keycodes
+// without any keysym, or ones bound here before), all in one go. A binding stays after the call
+// and is reused; it is given to another keysym only after resting a second, since clients read
+// the keymap lazily. With more missing keysyms than spares, binds what fits and sets *batchEnd to
+// the first event that must wait for the next batch.
 bool LinuxDesktop::bindMissing(Display* dpy, XkbDescPtr xkb, int group,
                                const std::vector<KeyEvent>& events, size_t from, size_t* batchEnd) {
-  findSpares(dpy);
   *batchEnd = events.size();
-  std::set<uint32_t> pending;
-  std::set<KeyCode> usedNow;
-  const uint32_t now = monotonicMicroseconds();
-  std::vector<std::pair<KeyCode, uint32_t>> changes;
+  std::vector<uint32_t> missing;
   for (size_t i = from; i < events.size(); ++i) {
     const uint32_t keysym = events[i].keysym;
-    auto bound = std::find_if(bindings_.begin(), bindings_.end(),
-                              [&](const Binding& b) { return b.keysym == keysym; });
-    if (bound != bindings_.end()) {
-      usedNow.insert(bound->keycode);
-      bound->lastUse = now;
-      continue;
-    }
-    if (pending.count(keysym) || findKey(xkb, group, keysym).keycode != 0) continue;
-    // A spare never bound, else the binding unused for longest, if it rested a second.
-    KeyCode keycode = 0;
-    for (KeyCode spare : spares_) {
-      bool taken = std::any_of(bindings_.begin(), bindings_.end(),
-                               [&](const Binding& b) { return b.keycode == spare; });
-      if (!taken) {
-        keycode = spare;
+    if (std::find(missing.begin(), missing.end(), keysym) == missing.end() &&
+        findKey(xkb, group, keysym).keycode == 0)
+      missing.push_back(keysym);
+  }
+  if (missing.empty()) {
+    // Bindings typed with again are fresh again.
+    const uint32_t now = monotonicMicroseconds();
+    for (Binding& b : bindings_)
+      for (size_t i = from; i < events.size(); ++i)
+        if (events[i].keysym == b.keysym) {
+          b.lastUse = now;
+          break;
+        }
+    return false;
+  }
+  // The keymap as it is now: a layout switch may have replaced earlier bindings.
+  int minKey = 0, maxKey = 0, perKey = 0;
+  XDisplayKeycodes(dpy, &minKey, &maxKey);
+  KeySym* map = XGetKeyboardMapping(dpy, static_cast<KeyCode>(minKey), maxKey - minKey + 1, &perKey);
+  if (map == nullptr) return false;
+  auto symAt = [&](KeyCode kc) { return map[(kc - minKey) * perKey]; };
+  auto emptyAt = [&](KeyCode kc) {
+    for (int i = 0; i < perKey; ++i)
+      if (map[(kc - minKey) * perKey + i] != NoSymbol) return false;
+    return true;
+  };
+  std::erase_if(bindings_, [&](const Binding& b) { return symAt(b.keycode) != b.keysym; });
+  const uint32_t now = monotonicMicroseconds();
+  std::set<KeyCode> usedNow;
+  for (Binding& b : bindings_)
+    for (size_t i = from; i < events.size(); ++i)
+      if (events[i].keysym == b.keysym) {
+        usedNow.insert(b.keycode);
+        b.lastUse = now;
         break;
       }
-    }
-    Binding* reuse = nullptr;
-    if (keycode == 0) {
+  std::vector<KeyCode> spares;
+  for (int kc = minKey; kc <= maxKey; ++kc)
+    if (emptyAt(static_cast<KeyCode>(kc))) spares.push_back(static_cast<KeyCode>(kc));
+  XFree(map);
+
+  std::vector<std::pair<KeyCode, uint32_t>> changes;
+  size_t nextSpare = 0;
+  for (uint32_t keysym : missing) {
+    KeyCode keycode = 0;
+    if (nextSpare < spares.size()) {
+      keycode = spares[nextSpare++];
+      bindings_.push_back({keycode, keysym, now});
+    } else {
+      // The binding unused for longest; one that has rested a second if there is one.
+      Binding* reuse = nullptr;
       for (Binding& b : bindings_)
-        if (!usedNow.count(b.keycode) && now - b.lastUse >= 1000000 &&
-            (reuse == nullptr || now - b.lastUse > now - reuse->lastUse))
-          reuse = &b;
-      // Beyond the spares: a batch that must be typed before the next binding.
+        if (!usedNow.count(b.keycode) && (reuse == nullptr || b.lastUse < reuse->lastUse)) reuse = &b;
       if (reuse == nullptr) {
-        for (Binding& b : bindings_)
-          if (!usedNow.count(b.keycode) && (reuse == nullptr || b.lastUse < reuse->lastUse))
-            reuse = &b;
-      }
-      if (reuse == nullptr) {
-        *batchEnd = i;
+        // Every spare holds a keysym of this batch: type it first.
+        for (size_t i = from; i < events.size(); ++i)
+          if (events[i].keysym == keysym) {
+            *batchEnd = i;
+            break;
+          }
         break;
       }
       keycode = reuse->keycode;
       *reuse = {keycode, keysym, now};
-    } else {
-      bindings_.push_back({keycode, keysym, now});
     }
     usedNow.insert(keycode);
-    pending.insert(keysym);
     changes.push_back({keycode, keysym});
   }
+  // The batch ends before the first event whose keysym is still unbound.
+  for (size_t i = from; i < *batchEnd; ++i) {
+    const uint32_t keysym = events[i].keysym;
+    bool waiting = std::find(missing.begin(), missing.end(), keysym) != missing.end() &&
+                   std::none_of(changes.begin(), changes.end(),
+                                [&](const auto& c) { return c.second == keysym; });
+    if (waiting) {
+      *batchEnd = i;
+      break;
+    }
+  }
   if (changes.empty()) return false;
-  int minKey = 0, maxKey = 0, perKey = 0;
-  XDisplayKeycodes(dpy, &minKey, &maxKey);
-  KeySym* current = XGetKeyboardMapping(dpy, static_cast<KeyCode>(minKey), 1, &perKey);
-  if (current != nullptr) XFree(current);
   perKey = std::max(perKey, 2);
   for (const auto& [keycode, keysym] : changes) {
     std::vector<KeySym> syms(static_cast<size_t>(perKey), static_cast<KeySym>(keysym));
@@ -680,7 +694,10 @@ bool LinuxDesktop::postKeys(const std::vector<KeyEvent>& events) {
     XkbGetState(dpy, XkbUseCoreKbd, &state);
     const int group = state.group;
     size_t batchEnd = events.size();
-    if (bindMissing(dpy, xkb, group, events, start, &batchEnd)) {
+    const bool rebound = bindMissing(dpy, xkb, group, events, start, &batchEnd);
+    // A keysym no keycode can be found for is passed over.
+    if (batchEnd <= start) batchEnd = start + 1;
+    if (rebound) {
       XkbFreeKeyboard(xkb, 0, True);
       xkb = XkbGetMap(dpy, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
       if (xkb == nullptr) return false;

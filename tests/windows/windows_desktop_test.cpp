@@ -88,12 +88,7 @@ class Desktop : public XtraTest {
       EXPECT_EQ(mask & (Button1Mask | Button2Mask | Button3Mask), 0u) << "a button held";
       XCloseDisplay(dpy_);
     }
-    if (layoutChanged_) {
-      std::system("setxkbmap us");
-      // A GTK client started right after a keymap change loses its first keys; let the
-      // next test's client start on a settled keymap.
-      std::this_thread::sleep_for(1500ms);
-    }
+    if (layoutChanged_) std::system("setxkbmap us");
     for (pid_t pid : children_) {
       kill(pid, SIGKILL);
       waitpid(pid, nullptr, 0);
@@ -121,6 +116,10 @@ class Desktop : public XtraTest {
     args.insert(args.end(), extra.begin(), extra.end());
     pid_t pid = launch(args);
     EXPECT_TRUE(waitUntil([&] { return findByName(cls) == pid; })) << cls << " never appeared";
+    EXPECT_TRUE(waitUntil([&] {
+      auto lines = readLines(path);
+      return std::find(lines.begin(), lines.end(), "ready") != lines.end();
+    })) << cls << " never mapped its window";
     if (record != nullptr) *record = path;
     return pid;
   }
@@ -151,6 +150,11 @@ class Desktop : public XtraTest {
     auto lines = keyLines(record);
     std::vector<std::string> got(lines.begin() + static_cast<long>(std::min(before, lines.size())), lines.end());
     EXPECT_EQ(got, expected) << "typing \"" << keys << "\"";
+    if (got != expected) {
+      auto all = readLines(record);
+      for (size_t i = all.size() > 8 ? all.size() - 8 : 0; i < all.size(); ++i)
+        ADD_FAILURE() << "recorded: " << all[i];
+    }
   }
 
   void setLayout(const std::string& layout) {

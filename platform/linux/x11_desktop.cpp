@@ -463,9 +463,11 @@ class LinuxDesktop final : public DesktopService {
 
   // A real server time: the time stamp of a property change on our own window.
   Time serverTime(Display* dpy) {
+    XEvent event;
+    while (XCheckWindowEvent(dpy, helper_, PropertyChangeMask, &event)) {
+    }
     unsigned char nothing = 0;
     XChangeProperty(dpy, helper_, atoms_[A_TESSEL_TIME], XA_STRING, 8, PropModeAppend, &nothing, 0);
-    XEvent event;
     XWindowEvent(dpy, helper_, PropertyChangeMask, &event);
     return event.xproperty.time;
   }

@@ -336,6 +336,7 @@ class LinuxDesktop final : public DesktopService {
   void closeConnection() {
     connection_.reset();
     helper_ = 0;
+    ewmhKnown_ = false;
     bindings_.clear();
   }
 
@@ -348,30 +349,40 @@ class LinuxDesktop final : public DesktopService {
 
   // Whether an EWMH manager runs: _NET_SUPPORTING_WM_CHECK names a window that names itself.
   bool ewmh() {
+    // Asked again at most once a second: a manager is rarely replaced.
+    const uint32_t now = monotonicMicroseconds();
+    if (ewmhKnown_ && now - ewmhCheckedAt_ < 1000000) return ewmh_;
     auto check = windowProperty(root_, atoms_[A_NET_SUPPORTING_WM_CHECK], XA_WINDOW);
-    if (check.empty()) return false;
-    auto self = windowProperty(static_cast<Window>(check.front()), atoms_[A_NET_SUPPORTING_WM_CHECK],
-                               XA_WINDOW);
-    return !self.empty() && self.front() == check.front();
+    bool found = false;
+    if (!check.empty()) {
+      auto self = windowProperty(static_cast<Window>(check.front()),
+                                 atoms_[A_NET_SUPPORTING_WM_CHECK], XA_WINDOW);
+      found = !self.empty() && self.front() == check.front();
+    }
+    ewmh_ = found;
+    ewmhKnown_ = true;
+    ewmhCheckedAt_ = now;
+    return ewmh_;
   }
 
+  // A property of 32-bit items (windows), in one round trip; errors come back with the reply.
   std::vector<WindowId> windowProperty(Window window, Atom property, Atom type) {
-    Display* dpy = connection_->display();
-    X11ErrorTrap trap(dpy);
-    Atom actualType = None;
-    int format = 0;
-    unsigned long count = 0, after = 0;
-    unsigned char* data = nullptr;
+    xcb_connection_t* c = XGetXCBConnection(connection_->display());
+    xcb_get_property_cookie_t cookie =
+        xcb_get_property(c, 0, static_cast<xcb_window_t>(window), static_cast<xcb_atom_t>(property),
+                         static_cast<xcb_atom_t>(type), 0, 1 << 16);
+    xcb_generic_error_t* error = nullptr;
+    xcb_get_property_reply_t* reply = xcb_get_property_reply(c, cookie, &error);
+    free(error);
     std::vector<WindowId> out;
-    if (XGetWindowProperty(dpy, window, property, 0, 1 << 16, False, type, &actualType, &format,
-                           &count, &after, &data) == Success &&
-        data != nullptr && format == 32) {
-      // Xlib hands 32-bit items out as longs.
-      const long* items = reinterpret_cast<const long*>(data);
-      for (unsigned long i = 0; i < count; ++i)
-        if (items[i] != 0) out.push_back(static_cast<WindowId>(static_cast<unsigned long>(items[i])));
+    if (reply == nullptr) return out;
+    if (reply->format == 32) {
+      const auto* items = static_cast<const uint32_t*>(xcb_get_property_value(reply));
+      const int count = xcb_get_property_value_length(reply) / 4;
+      for (int i = 0; i < count; ++i)
+        if (items[i] != 0) out.push_back(items[i]);
     }
-    if (data != nullptr) XFree(data);
+    free(reply);
     return out;
   }
 
@@ -447,7 +458,7 @@ class LinuxDesktop final : public DesktopService {
     for (const auto& entry : byClient) specs.push_back({entry.first, XRES_CLIENT_ID_PID_MASK});
     long count = 0;
     XResClientIdValue* values = nullptr;
-    X11ErrorTrap trap(dpy);
+    // No trap: an error ends the request with failure, and errors outside traps are dropped.
     if (XResQueryClientIds(dpy, static_cast<long>(specs.size()), specs.data(), &count, &values) !=
         Success)
       return out;
@@ -506,6 +517,9 @@ class LinuxDesktop final : public DesktopService {
   bool hasXTest_ = false;
   uint32_t resourceMask_ = 0;
   bool triedOpen_ = false;
+  bool ewmh_ = false;
+  bool ewmhKnown_ = false;
+  uint32_t ewmhCheckedAt_ = 0;
   uint32_t lastOpenAttempt_ = 0;
   int32_t watchedPid_ = 0;
   int watchedFd_ = -1;
@@ -687,7 +701,8 @@ bool LinuxDesktop::postKeys(const std::vector<KeyEvent>& events) {
       XFlush(dpy);
     }
   } held{dpy, {}};
-  X11ErrorTrap trap(dpy);
+  // No error trap and no sync: the call returns once the events are flushed, and the server
+  // delivers them after.
   size_t start = 0;
   while (start < events.size()) {
     XkbDescPtr xkb = XkbGetMap(dpy, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
@@ -736,7 +751,7 @@ bool LinuxDesktop::postKeys(const std::vector<KeyEvent>& events) {
       nanosleep(&pause, nullptr);
     }
   }
-  return trap.sync() == 0;
+  return true;
 }
 
 bool LinuxDesktop::anyKeyDown(const std::vector<uint32_t>& keysyms) {

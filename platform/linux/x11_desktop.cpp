@@ -330,7 +330,14 @@ class LinuxDesktop final : public DesktopService {
       hasXTest_ = XTestQueryExtension(dpy, &event, &error, &major, &minor);
       resourceMask_ = xcb_get_setup(XGetXCBConnection(dpy))->resource_id_mask;
     }
-    return connection_ ? connection_->display() : nullptr;
+    Display* dpy = connection_->display();
+    // Notifications read in passing (the root's property changes) are only wake-ups for the
+    // wait loop; they are dropped here so that the queue stays short between calls.
+    while (XQLength(dpy) > 0) {
+      XEvent event;
+      XNextEvent(dpy, &event);
+    }
+    return dpy;
   }
 
   void closeConnection() {

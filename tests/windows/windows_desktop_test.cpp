@@ -175,11 +175,17 @@ TEST_F(Desktop, ProcessesAreFoundListedAndDescribed) {
   pid_t alpha = app("TesselAlpha", {"--windows", "2"});
   ASSERT_TRUE(waitUntil([&] { return visibleWindows(alpha).size() == 2; }));
   pid_t xmsg = launch({"xmessage", "-name", "tesselmsg", "hello"});
+  pid_t term = launch({"xterm", "-T", "a shell", "-e", "sleep", "60"});
   ASSERT_TRUE(waitUntil([&] { return integer("tsFindWindow", {Value("Xmes"), Value("")}) == xmsg; }));
+  // xterm is named by its class, whatever its title says.
+  ASSERT_TRUE(waitUntil([&] { return windowList("", "xterm", 1) == std::vector<int32_t>{term}; }));
+  EXPECT_EQ(text("tsWindowInfo", {Value(term), Value("caption")}), "XTerm");
+  EXPECT_EQ(integer("tsFindWindow", {Value("XTer"), Value("XTERM")}), term);
+  EXPECT_EQ(windowList("", "a shell", 0), (std::vector<int32_t>{}));
 
   // The host first, then each window owner once, however many windows it has.
   auto all = windowList("", "", 0);
-  ASSERT_GE(all.size(), 3u);
+  ASSERT_GE(all.size(), 4u);
   EXPECT_EQ(all.front(), self);
   EXPECT_EQ(std::count(all.begin(), all.end(), alpha), 1);
   EXPECT_EQ(std::count(all.begin(), all.end(), xmsg), 1);  // found without _NET_WM_PID

@@ -514,7 +514,7 @@ class LinuxDesktop final : public DesktopService {
   Stroke findKey(XkbDescPtr xkb, int group, uint32_t keysym);
   std::vector<KeyCode> modifierKeys(Display* dpy, unsigned int mask);
   bool bindMissing(Display* dpy, XkbDescPtr xkb, int group, const std::vector<KeyEvent>& events,
-                   size_t from, size_t* batchEnd);
+                   size_t from, uint32_t callStart, size_t* batchEnd);
 
   std::unique_ptr<X11Connection> connection_;
   std::array<Atom, kAtomCount> atoms_{};
@@ -594,7 +594,8 @@ std::vector<KeyCode> LinuxDesktop::modifierKeys(Display* dpy, unsigned int mask)
 // the keymap lazily. With more missing keysyms than spares, binds what fits and sets *batchEnd to
 // the first event that must wait for the next batch.
 bool LinuxDesktop::bindMissing(Display* dpy, XkbDescPtr xkb, int group,
-                               const std::vector<KeyEvent>& events, size_t from, size_t* batchEnd) {
+                               const std::vector<KeyEvent>& events, size_t from, uint32_t callStart,
+                               size_t* batchEnd) {
   *batchEnd = events.size();
   std::vector<uint32_t> missing;
   for (size_t i = from; i < events.size(); ++i) {
@@ -661,6 +662,13 @@ bool LinuxDesktop::bindMissing(Display* dpy, XkbDescPtr xkb, int group,
           }
         break;
       }
+      // A binding an earlier call typed with is never taken within a second of that use.
+      const uint32_t rested = now - reuse->lastUse;
+      if (reuse->lastUse < callStart && rested < 1000000) {
+        XSync(dpy, False);
+        timespec pause{0, static_cast<long>(1000000 - rested) * 1000L};
+        nanosleep(&pause, nullptr);
+      }
       keycode = reuse->keycode;
       *reuse = {keycode, keysym, now};
     }
@@ -710,6 +718,7 @@ bool LinuxDesktop::postKeys(const std::vector<KeyEvent>& events) {
   } held{dpy, {}};
   // No error trap and no sync: the call returns once the events are flushed, and the server
   // delivers them after.
+  const uint32_t callStart = monotonicMicroseconds();
   size_t start = 0;
   while (start < events.size()) {
     XkbDescPtr xkb = XkbGetMap(dpy, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
@@ -718,7 +727,7 @@ bool LinuxDesktop::postKeys(const std::vector<KeyEvent>& events) {
     XkbGetState(dpy, XkbUseCoreKbd, &state);
     const int group = state.group;
     size_t batchEnd = events.size();
-    const bool rebound = bindMissing(dpy, xkb, group, events, start, &batchEnd);
+    const bool rebound = bindMissing(dpy, xkb, group, events, start, callStart, &batchEnd);
     // A keysym no keycode can be found for is passed over.
     if (batchEnd <= start) batchEnd = start + 1;
     if (rebound) {

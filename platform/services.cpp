@@ -1,5 +1,6 @@
 // The installed platform services: the Linux backends, created on first use, unless a test has
 // put fakes in their place. One thread only (the host's), so no locking.
+#include "platform/desktop.h"
 #include "platform/files.h"
 #include "platform/folders.h"
 #include "platform/volumes.h"
@@ -24,6 +25,11 @@ std::unique_ptr<FolderService>& folderSlot() {
 
 std::unique_ptr<FileService>& fileSlot() {
   static std::unique_ptr<FileService> slot;
+  return slot;
+}
+
+std::unique_ptr<DesktopService>& desktopSlot() {
+  static std::unique_ptr<DesktopService> slot;
   return slot;
 }
 
@@ -65,6 +71,18 @@ FileService& fileService() {
 std::unique_ptr<FileService> setFileService(std::unique_ptr<FileService> service) {
   auto previous = std::move(fileSlot());
   fileSlot() = std::move(service);
+  return previous;
+}
+
+DesktopService& desktopService() {
+  auto& slot = desktopSlot();
+  if (!slot) slot = makeLinuxDesktopService();
+  return *slot;
+}
+
+std::unique_ptr<DesktopService> setDesktopService(std::unique_ptr<DesktopService> service) {
+  auto previous = std::move(desktopSlot());
+  desktopSlot() = std::move(service);
   return previous;
 }
 

@@ -1,12 +1,32 @@
 #include "windows/input.h"
 
+#include "paths/ascii.h"
+#include "platform/desktop.h"
+#include "windows/key_language.h"
+
 namespace tessel::windows {
 
-// Placeholder until key events are built: the method's fixed result.
-int32_t sendKeys(std::string_view) { return 0; }
-// Placeholder until the keyboard state is built: the failure value.
-int32_t keyIsDown(int32_t) { return 0; }
-// Placeholder until mouse events are built: the method's fixed result.
-int32_t mouseClick(std::string_view) { return 0; }
+int32_t sendKeys(std::string_view keys) {
+  auto events = keyEvents(parseKeys(keys));
+  if (!events.empty()) platform::desktopService().postKeys(events);
+  return 0;
+}
+
+int32_t keyIsDown(int32_t key) {
+  const uint16_t code = keyCodeForKeyNumber(key);
+  if (code >= 128) return 0;
+  auto keysyms = keysymsForKeyDown(code);
+  if (keysyms.empty()) return 0;
+  return platform::desktopService().anyKeyDown(keysyms) ? 1 : 0;
+}
+
+int32_t mouseClick(std::string_view type) {
+  int button = paths::equalsIgnoringCase(type, "left")     ? 1
+               : paths::equalsIgnoringCase(type, "right")  ? 3
+               : paths::equalsIgnoringCase(type, "middle") ? 2
+                                                           : 0;
+  if (button != 0) platform::desktopService().click(button);
+  return 0;
+}
 
 }  // namespace tessel::windows

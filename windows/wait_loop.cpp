@@ -1,62 +1,61 @@
-// A first form of the wait loop that knows only "closed": rounds of a 10-tick poll on the
-// process's pidfd. Frontmost states answer 0 until the window service can tell them.
+// Rounds of 10 ticks: each round sleeps in the desktop service until the round is over, a
+// notification the loop asked for arrives (the active window changed) or the process ends; then
+// the state is tested, then the deadline. The host has no window of its own yet, so there is no
+// user input of its own to discard between rounds.
 #include "windows/wait_loop.h"
 
-#include <poll.h>
-#include <sys/syscall.h>
-#include <time.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <fstream>
-#include <string>
+#include "platform/desktop.h"
+#include "windows/applications.h"
 
 namespace tessel::windows {
 namespace {
 
-// A zombie has ended, although kill(pid, 0) still reaches it.
-bool ended(int32_t pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  if (!std::getline(stat, line)) return true;
-  size_t close = line.rfind(')');
-  return close == std::string::npos || close + 2 >= line.size() || line[close + 2] == 'Z' ||
-         line[close + 2] == 'X';
-}
-
-uint32_t microseconds() {
-  timespec now {};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint32_t>(static_cast<uint64_t>(now.tv_sec) * 1000000u +
-                               static_cast<uint64_t>(now.tv_nsec) / 1000u);
+template <typename Reached>
+int32_t loop(int32_t pid, int32_t timeoutTicks, Reached reached) {
+  auto& desktop = platform::desktopService();
+  const bool limited = timeoutTicks > 0;
+  const uint32_t deadline = tickDeadline(desktop.microseconds(), timeoutTicks);
+  for (;;) {
+    desktop.waitRound(pid, kRoundMilliseconds);
+    const int32_t result = reached();
+    // A deadline that has passed wins, even over a state reached in this same round.
+    if (limited && deadlinePassed(desktop.microseconds(), deadline)) return 0;
+    if (result != 0) return result;
+  }
 }
 
 }  // namespace
 
+uint32_t tickDeadline(uint32_t nowMicroseconds, int32_t timeoutTicks) {
+  const auto product =
+      static_cast<int32_t>(static_cast<uint32_t>(timeoutTicks) * static_cast<uint32_t>(100000));
+  return nowMicroseconds + static_cast<uint32_t>(product / 6);
+}
+
 int32_t waitForProcess(int32_t pid, WaitState state, int32_t timeoutTicks) {
-  if (pid <= 0 || ended(pid) || state != WaitState::Closed) return 0;
-  int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-  // The deadline in 32-bit microseconds, from the signed 32-bit product of the ticks.
-  const bool limited = timeoutTicks > 0;
-  const uint32_t deadline =
-      microseconds() + static_cast<uint32_t>(static_cast<int32_t>(
-                           static_cast<uint32_t>(timeoutTicks) * 16667u));
-  int32_t result = 0;
-  for (;;) {
-    if (fd >= 0) {
-      pollfd p{fd, POLLIN, 0};
-      ::poll(&p, 1, 10 * 1000 / 60);
-    } else {
-      ::usleep(10 * 1000000 / 60);
-    }
-    if (ended(pid)) {
-      result = 1;
-      break;
-    }
-    if (limited && static_cast<uint32_t>(microseconds()) >= deadline) break;
+  auto& desktop = platform::desktopService();
+  if (pid <= 0 || !desktop.processAlive(pid)) return 0;
+  switch (state) {
+    case WaitState::Closed:
+      return loop(pid, timeoutTicks, [&] { return desktop.processAlive(pid) ? 0 : 1; });
+    case WaitState::Active:
+      return loop(0, timeoutTicks, [&] { return frontmostProcess() == pid ? 1 : 0; });
+    case WaitState::Inactive:
+      // No active window at all leaves every process inactive.
+      return loop(0, timeoutTicks, [&] {
+        int32_t front = frontmostProcess();
+        return front >= 0 && front != pid ? 1 : 0;
+      });
   }
-  if (fd >= 0) ::close(fd);
-  return result;
+  return 0;
+}
+
+int32_t waitForOtherFrontmost(int32_t timeoutTicks) {
+  const int32_t self = platform::desktopService().ownPid();
+  return loop(0, timeoutTicks, [&] {
+    int32_t front = frontmostProcess();
+    return front > 0 && front != self ? front : 0;
+  });
 }
 
 }  // namespace tessel::windows

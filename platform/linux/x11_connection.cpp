@@ -36,7 +36,9 @@ void installHandlers() {
 
 int recordError(Display* display, XErrorEvent* event) {
   for (X11ErrorTrap* trap = currentTrap; trap != nullptr; trap = trap->outer_) {
-    if (trap->display_ == display) {
+    // Only errors of requests made while the trap lives: an error of an earlier request that
+    // arrives late belongs to no trap.
+    if (trap->display_ == display && event->serial >= trap->firstSerial_) {
       if (trap->error_ == 0) trap->error_ = event->error_code;
       break;
     }
@@ -68,7 +70,8 @@ X11Connection::~X11Connection() {
 
 bool X11Connection::alive() const { return deadConnections().count(display_) == 0; }
 
-X11ErrorTrap::X11ErrorTrap(Display* display) : display_(display), outer_(currentTrap) {
+X11ErrorTrap::X11ErrorTrap(Display* display)
+    : display_(display), outer_(currentTrap), firstSerial_(display != nullptr ? NextRequest(display) : 0) {
   installHandlers();
   currentTrap = this;
 }

@@ -45,6 +45,7 @@ class X11ErrorTrap {
  private:
   Display* display_;
   X11ErrorTrap* outer_;
+  unsigned long firstSerial_;
   int error_ = 0;
   friend int recordError(Display*, XErrorEvent*);
 };

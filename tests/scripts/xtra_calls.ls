@@ -12,7 +12,7 @@ put tsHFSName("/Volumes/Disk/a")
 put tsUnixName("Nowhere:a:b")
 put tsSysFolder("boot")
 put count(tsDiskList()) > 0
-put tsWindowList("", "", 0)
+put tsWindowList("", "no such program", 1)
 put tsWindowInfo(0, "name")
 put tsGetVolume("") >= -1
 put tsFileSizeEx("@:missing")

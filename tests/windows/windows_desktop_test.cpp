@@ -1,0 +1,398 @@
+// Windows, keys and clicks through the host, against real X clients: the GTK test application,
+// xterm and xmessage under the session's window manager.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <thread>
+
+#include "tests/boundary/boundary_support.h"
+
+// After the test framework's headers: Xlib defines macros (None, Bool) that they use as names.
+#include <X11/Xlib.h>
+
+namespace tessel::testing {
+namespace {
+
+using host::Value;
+using namespace std::chrono_literals;
+
+bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = 5000ms) {
+  auto end = std::chrono::steady_clock::now() + limit;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(20ms);
+  }
+  return true;
+}
+
+std::vector<std::string> readLines(const std::string& path) {
+  std::ifstream in(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+bool isModifierLine(const std::string& line) {
+  for (const char* name : {"Shift_", "Control_", "Alt_", "Super_", "ISO_Level3_Shift", "Meta_"})
+    if (line.rfind(std::string("key ") + name, 0) == 0) return true;
+  return false;
+}
+
+// The recorded key lines, without the presses of modifier keys themselves.
+std::vector<std::string> keyLines(const std::string& path) {
+  std::vector<std::string> keys;
+  for (const std::string& line : readLines(path))
+    if (line.rfind("key ", 0) == 0 && !isModifierLine(line)) keys.push_back(line);
+  return keys;
+}
+
+// The ids of a process's mapped windows, as xdotool finds them.
+std::vector<std::string> visibleWindows(pid_t pid) {
+  std::vector<std::string> ids;
+  std::string command = "xdotool search --onlyvisible --pid " + std::to_string(pid) + " 2>/dev/null";
+  if (FILE* out = popen(command.c_str(), "r")) {
+    char line[64];
+    while (fgets(line, sizeof line, out) != nullptr) ids.emplace_back(line, strcspn(line, "\n"));
+    pclose(out);
+  }
+  return ids;
+}
+
+class Desktop : public XtraTest {
+ protected:
+  void SetUp() override {
+    const char* display = std::getenv("DISPLAY");
+    if (display == nullptr || *display == '\0') GTEST_SKIP() << "needs an X display";
+    XtraTest::SetUp();
+    dpy_ = XOpenDisplay(nullptr);
+    ASSERT_NE(dpy_, nullptr);
+  }
+
+  void TearDown() override {
+    if (dpy_ != nullptr) {
+      // Nothing the Xtra pressed may still be down.
+      char keys[32];
+      XQueryKeymap(dpy_, keys);
+      for (int i = 0; i < 256; ++i) EXPECT_FALSE(keys[i / 8] & (1 << (i % 8))) << "keycode " << i << " held";
+      Window root = 0, child = 0;
+      int x = 0, y = 0, wx = 0, wy = 0;
+      unsigned int mask = 0;
+      XQueryPointer(dpy_, DefaultRootWindow(dpy_), &root, &child, &x, &y, &wx, &wy, &mask);
+      EXPECT_EQ(mask & (Button1Mask | Button2Mask | Button3Mask), 0u) << "a button held";
+      XCloseDisplay(dpy_);
+    }
+    if (layoutChanged_) std::system("setxkbmap us");
+    for (pid_t pid : children_) {
+      kill(pid, SIGKILL);
+      waitpid(pid, nullptr, 0);
+    }
+    XtraTest::TearDown();
+  }
+
+  pid_t launch(const std::vector<std::string>& args) {
+    pid_t pid = fork();
+    if (pid == 0) {
+      std::vector<char*> argv;
+      for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+      argv.push_back(nullptr);
+      execvp(argv[0], argv.data());
+      _exit(127);
+    }
+    children_.push_back(pid);
+    return pid;
+  }
+
+  // The test application, once its window is managed; its record file in *record.
+  pid_t app(const std::string& cls, std::vector<std::string> extra = {}, std::string* record = nullptr) {
+    std::string path = (dir_.path() / (cls + ".log")).string();
+    std::vector<std::string> args = {TESSEL_TEST_APP, "--class", cls, "--title", cls + " title", "--record", path};
+    args.insert(args.end(), extra.begin(), extra.end());
+    pid_t pid = launch(args);
+    EXPECT_TRUE(waitUntil([&] { return findByName(cls) == pid; })) << cls << " never appeared";
+    EXPECT_TRUE(waitUntil([&] {
+      auto lines = readLines(path);
+      return std::find(lines.begin(), lines.end(), "ready") != lines.end();
+    })) << cls << " never mapped its window";
+    if (record != nullptr) *record = path;
+    return pid;
+  }
+
+  int32_t findByName(const std::string& name) {
+    return integer("tsFindWindow", {Value(""), Value(name)});
+  }
+
+  std::vector<int32_t> windowList(const std::string& cls, const std::string& caption, int32_t match) {
+    Value list = call("tsWindowList", {Value(cls), Value(caption), Value(match)});
+    std::vector<int32_t> out;
+    for (const Value& v : list.listPtr()->items) out.push_back(v.integer());
+    return out;
+  }
+
+  // Activates the process and makes sure its window has the keyboard focus.
+  void bringToFront(pid_t pid) {
+    ASSERT_EQ(integer("tsActivateWindow", {Value(pid)}), 1);
+    // The method waits up to 500 ms for the manager; a loaded machine may need longer.
+    ASSERT_TRUE(waitUntil([&] { return integer("tsActiveWindow") == pid; })) << "never active";
+  }
+
+  void typeAndExpect(const std::string& record, const std::string& keys,
+                     const std::vector<std::string>& expected) {
+    const size_t before = keyLines(record).size();
+    EXPECT_EQ(integer("tsSendKeys", {Value(keys)}), 0);
+    waitUntil([&] { return keyLines(record).size() >= before + expected.size(); }, 2000ms);
+    std::this_thread::sleep_for(100ms);  // and nothing more arrives
+    auto lines = keyLines(record);
+    std::vector<std::string> got(lines.begin() + static_cast<long>(std::min(before, lines.size())), lines.end());
+    EXPECT_EQ(got, expected) << "typing \"" << keys << "\"";
+    if (got != expected) {
+      auto all = readLines(record);
+      for (size_t i = all.size() > 8 ? all.size() - 8 : 0; i < all.size(); ++i)
+        ADD_FAILURE() << "recorded: " << all[i];
+    }
+  }
+
+  void setLayout(const std::string& layout) {
+    layoutChanged_ = true;
+    ASSERT_EQ(std::system(("setxkbmap " + layout).c_str()), 0);
+  }
+
+  Display* dpy_ = nullptr;
+  TempDir dir_;
+  std::vector<pid_t> children_;
+  bool layoutChanged_ = false;
+};
+
+TEST_F(Desktop, ProcessesAreFoundListedAndDescribed) {
+  const int32_t self = integer("tsWinHandle");
+  EXPECT_EQ(self, getpid());
+  pid_t alpha = app("TesselAlpha", {"--windows", "2"});
+  ASSERT_TRUE(waitUntil([&] { return visibleWindows(alpha).size() == 2; }));
+  pid_t xmsg = launch({"xmessage", "-name", "tesselmsg", "hello"});
+  pid_t term = launch({"xterm", "-T", "a shell", "-e", "sleep", "60"});
+  ASSERT_TRUE(waitUntil([&] { return integer("tsFindWindow", {Value("Xmes"), Value("")}) == xmsg; }));
+  // xterm is named by its class, whatever its title says.
+  ASSERT_TRUE(waitUntil([&] { return windowList("", "xterm", 1) == std::vector<int32_t>{term}; }));
+  EXPECT_EQ(text("tsWindowInfo", {Value(term), Value("caption")}), "XTerm");
+  EXPECT_EQ(integer("tsFindWindow", {Value("XTer"), Value("XTERM")}), term);
+  EXPECT_EQ(windowList("", "a shell", 0), (std::vector<int32_t>{}));
+
+  // The host first, then each window owner once, however many windows it has.
+  auto all = windowList("", "", 0);
+  ASSERT_GE(all.size(), 4u);
+  EXPECT_EQ(all.front(), self);
+  EXPECT_EQ(std::count(all.begin(), all.end(), alpha), 1);
+  EXPECT_EQ(std::count(all.begin(), all.end(), xmsg), 1);  // found without _NET_WM_PID
+  EXPECT_EQ(windowList("", "esselalph", 0), (std::vector<int32_t>{alpha}));
+  EXPECT_EQ(windowList("", "tesselALPHA", 1), (std::vector<int32_t>{alpha}));
+  EXPECT_EQ(windowList("Tess", "", 0), (std::vector<int32_t>{alpha}));
+  EXPECT_EQ(windowList("", "", 1), (std::vector<int32_t>{}));
+
+  // The name is the window class, not the title nor the GTK client leader's class.
+  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("TITLE")}), "TesselAlpha");
+  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("class")}), "Tess");
+  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("filename")}), "tessel_test_app");
+  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("size")}), "Invalid");
+  unixNames(true);
+  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("app")}), std::string(TESSEL_TEST_APP));
+  unixNames(false);
+  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("filepath")}).find('/'), std::string::npos);
+  EXPECT_EQ(integer("tsFindWindow", {Value(text("tsWindowInfo", {Value(xmsg), Value("class")})), Value("")}), xmsg);
+  EXPECT_EQ(integer("tsFindWindow", {Value(""), Value("")}), 0);
+  EXPECT_EQ(integer("tsWindowExists", {Value(alpha)}), 1);
+  EXPECT_EQ(integer("tsWindowExists", {Value(self)}), 1);
+
+  kill(xmsg, SIGKILL);
+  waitpid(xmsg, nullptr, 0);
+  EXPECT_EQ(integer("tsWindowExists", {Value(xmsg)}), 0);
+  EXPECT_EQ(text("tsWindowInfo", {Value(xmsg), Value("title")}), "Invalid");
+  for (int32_t bad : {0, -1}) {
+    EXPECT_EQ(integer("tsWindowExists", {Value(bad)}), 0);
+    EXPECT_EQ(integer("tsCloseWindow", {Value(bad)}), 0);
+  }
+}
+
+TEST_F(Desktop, ActivationBringsAProcessToTheFrontAlsoFromIconified) {
+  pid_t one = app("TesselOne");
+  pid_t two = app("TesselTwo");
+  bringToFront(one);
+  EXPECT_EQ(integer("tsWaitForWindow", {Value(two), Value("inactive"), Value(60)}), 1);
+  bringToFront(two);
+  EXPECT_EQ(integer("tsWaitForWindow", {Value(two), Value("Active"), Value(60)}), 1);
+  // Another program is frontmost already: the first round answers it.
+  const int32_t next = integer("tsNextActiveWindow", {Value(30)});
+  EXPECT_TRUE(next == one || next == two) << next;
+
+  // Iconified: openbox maps it again on activation.
+  auto ids = visibleWindows(one);
+  ASSERT_EQ(ids.size(), 1u);
+  ASSERT_EQ(std::system(("xdotool windowminimize " + ids.front()).c_str()), 0);
+  ASSERT_TRUE(waitUntil([&] { return visibleWindows(one).empty(); }));
+  ASSERT_TRUE(waitUntil([&] { return integer("tsActiveWindow") != one; }));
+  bringToFront(one);
+
+  // A windowless process cannot be activated; it exists all the same.
+  pid_t sleeper = launch({"sleep", "30"});
+  EXPECT_EQ(integer("tsWindowExists", {Value(sleeper)}), 1);
+  EXPECT_EQ(integer("tsActivateWindow", {Value(sleeper)}), 0);
+}
+
+TEST_F(Desktop, CloseAsksEveryWindowAndMayBeRefused) {
+  pid_t pair = app("TesselPair", {"--windows", "2"});
+  ASSERT_TRUE(waitUntil([&] { return visibleWindows(pair).size() == 2; }));
+  EXPECT_EQ(integer("tsCloseWindow", {Value(pair)}), 1);
+  // (It may be gone before a wait could start, which would then answer 0.)
+  EXPECT_TRUE(waitUntil([&] { return integer("tsWindowExists", {Value(pair)}) == 0; }));
+
+  std::string record;
+  pid_t stubborn = app("TesselStubborn", {"--refuse-close"}, &record);
+  EXPECT_EQ(integer("tsCloseWindow", {Value(stubborn)}), 1);
+  EXPECT_TRUE(waitUntil([&] {
+    auto lines = readLines(record);
+    return std::find(lines.begin(), lines.end(), "close refused") != lines.end();
+  }));
+  EXPECT_EQ(integer("tsWaitForWindow", {Value(stubborn), Value("closed"), Value(20)}), 0);
+  EXPECT_EQ(integer("tsWindowExists", {Value(stubborn)}), 1);
+
+  // xmessage sets no _NET_WM_PID; it is still found and closed.
+  pid_t xmsg = launch({"xmessage", "-name", "tesselbye", "bye"});
+  ASSERT_TRUE(waitUntil([&] { return integer("tsFindWindow", {Value(""), Value("Xmessage")}) == xmsg; }));
+  EXPECT_EQ(integer("tsCloseWindow", {Value(xmsg)}), 1);
+  // (It may be gone before a wait could start, which would then answer 0.)
+  EXPECT_TRUE(waitUntil([&] { return integer("tsWindowExists", {Value(xmsg)}) == 0; }));
+
+  EXPECT_EQ(integer("tsCloseWindow", {Value(integer("tsWinHandle"))}), 0);
+  EXPECT_EQ(integer("tsWindowExists", {Value(integer("tsWinHandle"))}), 1);
+}
+
+TEST_F(Desktop, WaitsEndOnZombiesTimeOutsAndWrappedDeadlines) {
+  // A child that has exited but was never reaped has ended.
+  pid_t zombie = fork();
+  if (zombie == 0) _exit(0);
+  children_.push_back(zombie);
+  ASSERT_TRUE(waitUntil([&] {
+    std::ifstream stat("/proc/" + std::to_string(zombie) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    return line.find(") Z") != std::string::npos;
+  }));
+  EXPECT_EQ(integer("tsWindowExists", {Value(zombie)}), 0);
+  EXPECT_EQ(integer("tsWaitForWindow", {Value(zombie), Value("closed"), Value(0)}), 0);
+
+  pid_t sleeper = launch({"sleep", "1"});
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(integer("tsWaitForWindow", {Value(sleeper), Value("closed"), Value(600)}), 1);
+  auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_GT(took, 800ms);
+  EXPECT_LT(took, 1500ms);
+
+  pid_t alpha = app("TesselWaits");
+  bringToFront(alpha);
+  start = std::chrono::steady_clock::now();
+  EXPECT_EQ(integer("tsWaitForWindow", {Value(alpha), Value("inactive"), Value(30)}), 0);
+  took = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(took, 500ms);
+  EXPECT_LT(took, 800ms);
+  // 42949 ticks wrap to a deadline just behind: the first round ends the wait, state or not.
+  start = std::chrono::steady_clock::now();
+  EXPECT_EQ(integer("tsWaitForWindow", {Value(alpha), Value("active"), Value(42949)}), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 400ms);
+  EXPECT_EQ(integer("tsWaitForWindow", {Value(alpha), Value("active"), Value(600)}), 1);
+}
+
+TEST_F(Desktop, KeysArriveWithTheirModifiersAndQuirks) {
+  std::string record;
+  pid_t typist = app("TesselKeys", {}, &record);
+  bringToFront(typist);
+  typeAndExpect(record, "aZ1!", {"key a -", "key Z shift", "key 1 -", "key exclam shift"});
+  typeAndExpect(record, "~b^c", {"key B shift", "key c control"});
+  typeAndExpect(record, "#@k", {"key k alt+super"});
+  typeAndExpect(record, "`", {"key asciitilde shift"});
+  typeAndExpect(record, "{TAB}^", {});
+  typeAndExpect(record, "x{tab}{RETURN}{F5}{left}", {"key x -", "key Tab -", "key Return -", "key F5 -", "key Left -"});
+  typeAndExpect(record, "a{FOO}bcdefghijklmn", {"key a -", "key a -", "key k -", "key l -", "key m -", "key n -"});
+  typeAndExpect(record, "^^^^^^^^^^~q", {"key q control"});  // the eleventh modifier is dropped
+  typeAndExpect(record, "\xc3\xa9\x01", {});
+}
+
+TEST_F(Desktop, KeysFollowTheLayoutAndBindWhatItLacks) {
+  std::string record;
+  pid_t typist = app("TesselLayouts", {}, &record);
+  bringToFront(typist);
+  setLayout("de");
+  // On a German keyboard "y" and "z" trade places and "[" is AltGr+8, all without Shift.
+  typeAndExpect(record, "yz[]/", {"key y -", "key z -", "key bracketleft -", "key bracketright -", "key slash shift"});
+  setLayout("ru");
+  typeAndExpect(record, "hello world", {"key h -", "key e -", "key l -", "key l -", "key o -", "key space -",
+                                        "key w -", "key o -", "key r -", "key l -", "key d -"});
+  typeAndExpect(record, "Hi!", {"key H -", "key i -", "key exclam shift"});
+  // More missing keysyms than spare keycodes: typed in batches, every one arrives in order.
+  const std::string many = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJ";
+  std::vector<std::string> expected;
+  for (char c : many) expected.push_back(std::string("key ") + c + " -");
+  typeAndExpect(record, many, expected);
+}
+
+TEST_F(Desktop, AThousandMixedCharactersArriveInOrder) {
+  std::string record;
+  pid_t typist = app("TesselThousand", {}, &record);
+  bringToFront(typist);
+  const std::string alphabet =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 !\"$%&'()*+,-./:;<=>?[\\]_|}";
+  std::mt19937 random(9);
+  std::string keys;
+  std::vector<std::string> expected;
+  for (int i = 0; i < 1000; ++i) {
+    char c = alphabet[random() % alphabet.size()];
+    keys.push_back(c);
+    bool shifted = (c >= 'A' && c <= 'Z') || std::string("!\"$%&()*+:<>?_|}").find(c) != std::string::npos;
+    expected.push_back(std::string("key ") + XKeysymToString(static_cast<KeySym>(static_cast<unsigned char>(c))) +
+                       (shifted ? " shift" : " -"));
+  }
+  auto start = std::chrono::steady_clock::now();
+  typeAndExpect(record, keys, expected);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 1500ms);
+}
+
+TEST_F(Desktop, KeyIsDownSeesKeysHeldElsewhere) {
+  EXPECT_EQ(integer("tsKeyIsDown", {Value(65)}), 0);
+  ASSERT_EQ(std::system("xdotool keydown a"), 0);
+  EXPECT_EQ(integer("tsKeyIsDown", {Value(65)}), 1);
+  EXPECT_EQ(integer("tsKeyIsDown", {Value(66)}), 0);
+  ASSERT_EQ(std::system("xdotool keyup a keydown Super_L"), 0);
+  EXPECT_EQ(integer("tsKeyIsDown", {Value(65)}), 0);
+  EXPECT_EQ(integer("tsKeyIsDown", {Value(15)}), 1);
+  ASSERT_EQ(std::system("xdotool keyup Super_L keydown Shift_R"), 0);
+  EXPECT_EQ(integer("tsKeyIsDown", {Value(16)}), 1);
+  EXPECT_EQ(integer("tsKeyIsDown", {Value(-16)}), 0);
+  EXPECT_EQ(integer("tsKeyIsDown", {Value(65536 + 16)}), 0);
+  ASSERT_EQ(std::system("xdotool keyup Shift_R"), 0);
+  EXPECT_EQ(integer("tsKeyIsDown", {Value(16)}), 0);
+}
+
+TEST_F(Desktop, ClicksPressAndReleaseWhereThePointerIs) {
+  std::string record;
+  pid_t target = app("TesselClicks", {}, &record);
+  bringToFront(target);
+  ASSERT_EQ(std::system("xdotool mousemove --window $(xdotool getactivewindow) 60 60"), 0);
+  for (const char* type : {"LEFT", "right", "middle", "", "double"})
+    EXPECT_EQ(integer("tsMouseClick", {Value(type)}), 0);
+  auto buttons = [&] {
+    std::vector<std::string> out;
+    for (const std::string& line : readLines(record))
+      if (line.rfind("press", 0) == 0 || line.rfind("release", 0) == 0) out.push_back(line);
+    return out;
+  };
+  const std::vector<std::string> expected = {"press 1", "release 1", "press 3", "release 3", "press 2", "release 2"};
+  waitUntil([&] { return buttons().size() >= expected.size(); }, 2000ms);
+  EXPECT_EQ(buttons(), expected);
+}
+
+}  // namespace
+}  // namespace tessel::testing

@@ -2,9 +2,13 @@
 // uses, and learning which host runs the module.
 #include <strings.h>
 
+#include "platform/ui.h"
 #include "xtra/module.h"
 
 namespace tessel::xtra {
+
+platform::HostHooks& frameHooks();  // host_hooks.cpp
+
 namespace {
 
 template <typename Interface>
@@ -65,6 +69,8 @@ MoaError scriptCreate(MoaObjectHeader* header) {
 
   appInfoText(self->appInfo, kMoaAppInfo_RunMode, text);
   state.hostIsAuthoring = strcasecmp(text, "Author") == 0;
+  // The workers' windows and progress handler go through this instance's services.
+  platform::setHostHooks(&frameHooks());
   return kMoaErr_NoErr;
 }
 
@@ -88,6 +94,7 @@ void scriptDestroy(MoaObjectHeader* header) {
   if (state.scriptInstance == header) {
     state.scriptInstance = nullptr;
     hostServices() = HostServices{};
+    platform::setHostHooks(nullptr);
   }
 }
 

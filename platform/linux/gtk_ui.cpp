@@ -235,6 +235,9 @@ class GtkUiService final : public UiService {
       gtk_dialog_add_button(GTK_DIALOG(dialog), spec.buttons[i - 1].c_str(),
                             static_cast<gint>(i));
     gtk_window_set_deletable(GTK_WINDOW(dialog), spec.cancelButton != 0);
+    // The default button looks the part; Return itself is handled below.
+    if (spec.returnButton >= 1 && static_cast<size_t>(spec.returnButton) <= spec.buttons.size())
+      gtk_dialog_set_default_response(GTK_DIALOG(dialog), spec.returnButton);
 
     struct Run {
       const AlertSpec* spec;

@@ -679,8 +679,6 @@ class GtkUiService final : public UiService {
       std::fputs("tessel: no X display; dialogs answer their cancel values\n", stderr);
       return false;
     }
-    // GTK cannot be unloaded once started: keep it mapped when the module goes.
-    dlopen("libgtk-3.so.0", RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
     // Chosen files are the movie's business, not the desktop's recent list.
     g_object_set(gtk_settings_get_default(), "gtk-recent-files-enabled", FALSE, nullptr);
     return true;
@@ -688,6 +686,12 @@ class GtkUiService final : public UiService {
 
   int state_ = 0;  // 0 not tried, 1 started, -1 no display
 };
+
+// GTK and the libraries below it register types and keep caches from the moment they are
+// loaded, and cannot be unloaded: they stay mapped when a host unloads the module.
+[[gnu::constructor]] void keepGtkLoaded() {
+  dlopen("libgtk-3.so.0", RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+}
 
 }  // namespace
 

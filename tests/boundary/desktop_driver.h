@@ -17,7 +17,7 @@ namespace tessel::testing {
 std::string shell(const std::string& command);
 
 // The first visible window of this process, polled until it appears (0 after the time-out).
-unsigned long waitForWindow(int timeoutMs = 8000);
+unsigned long waitForWindow(int timeoutMs = 30000);
 // Polls until the window is gone or no longer viewable.
 bool waitWindowGone(unsigned long window, int timeoutMs = 5000);
 // Whether the window is still viewable.

@@ -23,3 +23,11 @@ struct MsgBoxExOptions {
 std::string msgBoxEx(const MsgBoxExOptions& options);
 
 }  // namespace tessel::dialogs
+
+namespace tessel::platform {
+struct CustomBoxSpec;
+}
+namespace tessel::dialogs {
+// The custom box's layout: text measured, window and buttons placed, keys assigned.
+platform::CustomBoxSpec customBoxLayout(const MsgBoxExOptions& options);
+}  // namespace tessel::dialogs

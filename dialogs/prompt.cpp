@@ -1,13 +1,86 @@
 #include "dialogs/prompt.h"
 
-namespace tessel::dialogs {
+#include "dialogs/dialog_support.h"
+#include "platform/ui.h"
 
-// Placeholder until the prompt is built: as if cancelled.
-std::string prompt(std::string_view, std::string_view, std::string_view, int32_t, int32_t,
-                   int32_t) {
-  return "";
+namespace tessel::dialogs {
+namespace {
+
+constexpr size_t kTextLen = 255;
+constexpr int32_t kPromptWidth = 260, kPromptHeight = 109;
+
+platform::PromptSpec promptSpec(std::string_view caption, std::string_view instruction,
+                                int32_t flags, int32_t x, int32_t y) {
+  platform::PromptSpec spec;
+  spec.title = cutText(caption, kTextLen);
+  spec.instruction = cutText(instruction, kTextLen);
+  const int32_t lowByte = flags & 0xFF;
+  spec.requireInput = (lowByte & kPromptRequireInput) != 0;
+  spec.filter = [lowByte](const platform::PromptKey& key, const std::string& text) {
+    return promptKeyAction(lowByte, key, text.empty());
+  };
+  spec.width = kPromptWidth;
+  spec.height = kPromptHeight;
+  spec.place = placeOwnWindow(x, y, kPromptWidth, kPromptHeight);
+  return spec;
 }
-// Placeholder until the log-in dialog is built: as if cancelled.
-LogInResult logIn(const LogInOptions&) { return {}; }
+
+}  // namespace
+
+platform::KeyAction promptKeyAction(int32_t flags, const platform::PromptKey& key,
+                                    bool fieldEmpty) {
+  using platform::KeyAction;
+  const uint32_t c = key.character;
+  if (c == 13 || c == 3)
+    return (flags & kPromptRequireInput) && fieldEmpty ? KeyAction::Consume : KeyAction::Accept;
+  if (key.command) {
+    if (c == 'v' || c == 'V') return KeyAction::Paste;
+    if (c == 'c' || c == 'C') return KeyAction::Copy;
+    if (c == 'x' || c == 'X') return KeyAction::Cut;
+  }
+  if (c == 27) return KeyAction::Cancel;
+  if (c == ' ' && (flags & kPromptNoSpaces)) return KeyAction::Consume;
+  if (flags & kPromptNumbersOnly) {
+    const bool accepted = (c >= '0' && c <= '9') || (c >= 28 && c <= 31) || c == 8 || c == 9;
+    return accepted ? KeyAction::Standard : KeyAction::Consume;
+  }
+  return KeyAction::Standard;
+}
+
+std::string prompt(std::string_view caption, std::string_view instruction,
+                   std::string_view defaultText, int32_t flags, int32_t x, int32_t y) {
+  platform::UiService& ui = platform::uiService();
+  if (!ui.available()) return "";
+  platform::PromptSpec spec = promptSpec(caption, instruction, flags, x, y);
+  spec.fields.push_back({"", cutText(defaultText, kTextLen), (flags & kPromptPassword) != 0});
+  std::optional<std::vector<std::string>> texts;
+  {
+    platform::WindowBracket bracket;
+    texts = ui.prompt(spec);
+  }
+  if (!texts || texts->empty()) return "";
+  return cutText(texts->front(), kTextLen);
+}
+
+LogInResult logIn(const LogInOptions& o) {
+  platform::UiService& ui = platform::uiService();
+  if (!ui.available()) return {};
+  platform::PromptSpec spec = promptSpec(o.caption, o.instruction, o.flags, o.x, o.y);
+  spec.fields.push_back({cutText(o.nameCaption, kTextLen), cutText(o.defaultName, kTextLen),
+                         (o.flags & kPromptPassword) != 0});
+  spec.fields.push_back(
+      {cutText(o.passwordCaption, kTextLen), cutText(o.defaultPassword, kTextLen), true});
+  std::optional<std::vector<std::string>> texts;
+  {
+    platform::WindowBracket bracket;
+    texts = ui.prompt(spec);
+  }
+  LogInResult result;
+  if (!texts || texts->size() != 2) return result;
+  result.ok = true;
+  result.name = cutText((*texts)[0], kTextLen);
+  result.password = cutText((*texts)[1], kTextLen);
+  return result;
+}
 
 }  // namespace tessel::dialogs

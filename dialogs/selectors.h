@@ -8,6 +8,17 @@
 
 namespace tessel::dialogs {
 
+// The file selector's Filter: ".a,.b" is a list of extensions (at most 10, each at most 63
+// bytes, compared ignoring ASCII case); a longer text without the dot is a run of four-character
+// file types (at most 12); anything else shows every file.
+struct FileFilter {
+  std::vector<std::string> extensions;
+  std::vector<uint32_t> types;
+  bool restricts() const { return !extensions.empty() || !types.empty(); }
+  bool matches(const std::string& linuxPath) const;
+};
+FileFilter parseFileFilter(std::string_view filter);
+
 struct GetFilenameOptions {
   std::string operation, startDir, filename, filter;
   int32_t flags = 0;

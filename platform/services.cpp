@@ -3,6 +3,7 @@
 #include "platform/desktop.h"
 #include "platform/files.h"
 #include "platform/folders.h"
+#include "platform/ui.h"
 #include "platform/volumes.h"
 
 namespace tessel::platform {
@@ -85,5 +86,44 @@ std::unique_ptr<DesktopService> setDesktopService(std::unique_ptr<DesktopService
   desktopSlot() = std::move(service);
   return previous;
 }
+
+}  // namespace tessel::platform
+
+// ---- The desktop's windows and the host's hooks ----------------------------------------------------
+
+namespace tessel::platform {
+namespace {
+
+std::unique_ptr<UiService>& uiSlot() {
+  static std::unique_ptr<UiService> slot;
+  return slot;
+}
+
+HostHooks*& hooksSlot() {
+  static HostHooks* slot = nullptr;
+  return slot;
+}
+
+}  // namespace
+
+UiService& uiService() {
+  auto& slot = uiSlot();
+  if (!slot) slot = makeGtkUiService();
+  return *slot;
+}
+
+std::unique_ptr<UiService> setUiService(std::unique_ptr<UiService> service) {
+  auto previous = std::move(uiSlot());
+  uiSlot() = std::move(service);
+  return previous;
+}
+
+HostHooks& hostHooks() {
+  static HostHooks none;
+  HostHooks* hooks = hooksSlot();
+  return hooks != nullptr ? *hooks : none;
+}
+
+void setHostHooks(HostHooks* hooks) { hooksSlot() = hooks; }
 
 }  // namespace tessel::platform

@@ -85,6 +85,28 @@ MoaError MethodCall::returnList(const std::vector<std::string>& items) {
   return kMoaErr_NoErr;
 }
 
+MoaError MethodCall::returnPropList(
+    const std::vector<std::pair<std::string, std::string>>& items) {
+  HostServices& host = hostServices();
+  MoaError err = host.list->NewPropListValue(&call_->resultValue);
+  if (err != kMoaErr_NoErr) return err;
+  for (const auto& [name, text] : items) {
+    MoaMmSymbol symbol = 0;
+    if ((err = host.lingoValue->StringToSymbol(name.c_str(), &symbol))) return err;
+    MoaMmValue property{}, value{};
+    if ((err = host.lingoValue->SymbolToValue(symbol, &property))) return err;
+    if ((err = host.lingoValue->StringToValue(text.c_str(), &value))) {
+      host.lingoValue->ValueRelease(&property);
+      return err;
+    }
+    err = host.list->AppendValueToPropList(&call_->resultValue, &property, &value);
+    host.lingoValue->ValueRelease(&property);
+    host.lingoValue->ValueRelease(&value);
+    if (err != kMoaErr_NoErr) return err;
+  }
+  return kMoaErr_NoErr;
+}
+
 MoaError MethodCall::returnIntegerList(const std::vector<int32_t>& items) {
   HostServices& host = hostServices();
   MoaError err = host.list->NewListValue(&call_->resultValue);

@@ -54,6 +54,8 @@ class MethodCall {
   MoaError returnRomanText(std::string_view roman, size_t limit);
   MoaError returnList(const std::vector<std::string>& items);
   MoaError returnIntegerList(const std::vector<int32_t>& items);
+  // A property list of string values under symbol names, in the given order.
+  MoaError returnPropList(const std::vector<std::pair<std::string, std::string>>& items);
   MoaError returnNothing() { return kMoaErr_NoErr; }
 
   PMoaMmCallInfo record() const { return call_; }

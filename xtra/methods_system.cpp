@@ -155,7 +155,7 @@ MoaError T::tsLogIn(PMoaMmCallInfo info) {
     if (MoaError err = call.integer(9, o.y)) return err;
     dialogs::LogInResult result = dialogs::logIn(o);
     if (!result.ok) return call.returnText("", kShortLen);
-    return call.returnList({result.name, result.password});
+    return call.returnPropList({{"name", result.name}, {"password", result.password}});
   });
 }
 

@@ -2,10 +2,14 @@
 // uses, and learning which host runs the module.
 #include <strings.h>
 
+#include "platform/ui.h"
 #include "xtra/module.h"
 #include "xtra/stage.h"
 
 namespace tessel::xtra {
+
+platform::HostHooks& frameHooks();  // host_hooks.cpp
+
 namespace {
 
 template <typename Interface>
@@ -67,6 +71,9 @@ MoaError scriptCreate(MoaObjectHeader* header) {
   appInfoText(self->appInfo, kMoaAppInfo_RunMode, text);
   state.hostIsAuthoring = strcasecmp(text, "Author") == 0;
   acquireStage(cb);
+
+  // The workers' windows and progress handler go through this instance's services.
+  platform::setHostHooks(&frameHooks());
   return kMoaErr_NoErr;
 }
 
@@ -91,6 +98,7 @@ void scriptDestroy(MoaObjectHeader* header) {
   if (state.scriptInstance == header) {
     state.scriptInstance = nullptr;
     hostServices() = HostServices{};
+    platform::setHostHooks(nullptr);
   }
 }
 

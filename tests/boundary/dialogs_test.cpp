@@ -1,0 +1,421 @@
+// The dialogs as a movie meets them: real GTK windows in the host's process, driven with
+// xdotool under a window manager, with screenshots of each kind kept as test artefacts.
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+
+#include "tests/boundary/boundary_support.h"
+#include "tests/boundary/desktop_driver.h"
+
+namespace tessel::testing {
+namespace {
+
+using host::Value;
+
+class Dialogs : public XtraTest {
+ protected:
+  void SetUp() override {
+    const char* display = std::getenv("DISPLAY");
+    if (display == nullptr || *display == '\0') GTEST_SKIP() << "no X display";
+    XtraTest::SetUp();
+  }
+
+  // A call answered by one window: `drive` gets the window once it is up.
+  Value answer(const std::string& method, std::vector<Value> args,
+               const std::function<void(unsigned long)>& drive) {
+    return withWindow([&] { return call(method, args); },
+                      [&] {
+                        unsigned long window = waitForWindow();
+                        if (window == 0) {
+                          ADD_FAILURE() << method << ": no window appeared";
+                          return;
+                        }
+                        focus(window);
+                        drive(window);
+                        EXPECT_TRUE(waitWindowGone(window)) << method << ": window stayed";
+                      });
+  }
+
+  SeenWindow shown() {
+    auto windows = visibleWindows();
+    EXPECT_EQ(windows.size(), 1u);
+    return windows.empty() ? SeenWindow{} : windows.front();
+  }
+
+  std::vector<std::string> labels(const SeenWindow& w) {
+    std::vector<std::string> out;
+    for (const SeenButton& b : w.buttons) out.push_back(b.label);
+    return out;
+  }
+
+  void expectBrackets(int windows) {
+    host::HostCounters c = host_->counters();
+    EXPECT_EQ(c.resourcesBegun, windows);
+    EXPECT_EQ(c.resourcesEnded, windows);
+    EXPECT_EQ(c.modalDialogsBegun, windows);
+    EXPECT_EQ(c.modalDialogsEnded, windows);
+  }
+};
+
+TEST_F(Dialogs, MessageBoxButtonSetsDefaultsAndKeys) {
+  call("tsMsgBoxButtons", {"", "", "Oui", "Non", "", "", ""});
+  // Replacement captions show, from the right; Escape is ignored without a Cancel button.
+  Value v = answer("tsMsgBox", {"Shall we?", "Question", "yesno", "Note", 0}, [&](unsigned long w) {
+    SeenWindow seen = shown();
+    EXPECT_EQ(seen.title, "Question");
+    EXPECT_EQ(labels(seen), (std::vector<std::string>{"Non", "Oui"}));
+    screenshot("msgbox-yesno-note");
+    keys("Escape");
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_TRUE(windowViewable(w)) << "Escape closed a box without Cancel";
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "Yes");
+  call("tsMsgBoxButtons", {"", "", "", "", "", "", ""});
+
+  // "OK" with DefButton 2: Return answers the second name, still "No" from YesNo.
+  v = answer("tsMsgBox", {"One button", "", "OK", "", 2}, [&](unsigned long) {
+    EXPECT_EQ(labels(shown()), std::vector<std::string>{"OK"});
+    screenshot("msgbox-ok-plain");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "No");
+
+  v = answer("tsMsgBox", {"Really stop?", "Stop", "OKCancel", "stop", 1}, [&](unsigned long) {
+    screenshot("msgbox-okcancel-stop");
+    keys("Escape");
+  });
+  EXPECT_EQ(v.string(), "Cancel");
+
+  // The window manager's close button presses Cancel.
+  v = answer("tsMsgBox", {"Save changes?", "Careful", "YesNoCancel", "Caution", 1},
+             [&](unsigned long) {
+               EXPECT_EQ(labels(shown()), (std::vector<std::string>{"Cancel", "No", "Yes"}));
+               screenshot("msgbox-yesnocancel-caution");
+               keys("alt+F4");
+             });
+  EXPECT_EQ(v.string(), "Cancel");
+
+  // Enter on the keypad goes to the default, whichever button has the focus.
+  v = answer("tsMsgBox", {"Disk error", "", "AbortRetryIgnore", "", 3}, [&](unsigned long) {
+    keys("Tab KP_Enter");
+  });
+  EXPECT_EQ(v.string(), "Ignore");
+  v = answer("tsMsgBox", {"Again?", "", "RetryCancel", "", 0}, [&](unsigned long) {
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "Retry");
+  expectBrackets(6);
+}
+
+TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
+  // One line with an icon: the text bottom is raised to 80, so the client area is 460 x 160.
+  Value v = answer("tsMsgBoxEx", {"Short.", "Custom", "Go", "Back", "", "stop", 1, "left",
+                                  "Sans", 14, 7, 100, 120},
+                   [&](unsigned long w) {
+                     WindowGeometry g = geometryOf(w);
+                     EXPECT_EQ(g.x, 100);
+                     EXPECT_EQ(g.y, 120);
+                     EXPECT_EQ(g.width, 460);
+                     EXPECT_EQ(g.height, 160);
+                     SeenWindow seen = shown();
+                     EXPECT_EQ(seen.title, "Custom");
+                     ASSERT_EQ(seen.buttons.size(), 2u);
+                     EXPECT_EQ(seen.buttons[0].label, "Go");  // item 1, on the right
+                     EXPECT_EQ(seen.buttons[0].x, 315);
+                     EXPECT_EQ(seen.buttons[0].y, 115);
+                     EXPECT_EQ(seen.buttons[1].label, "Back");
+                     EXPECT_EQ(seen.buttons[1].x, 170);
+                     screenshot("msgboxex-icon-two-buttons");
+                     keys("Escape");  // two buttons, DefButton 1: item 2 cancels
+                   });
+  EXPECT_EQ(v.string(), "Back");
+
+  // Centred on the screen; three buttons: Escape does nothing, Return gives the default.
+  v = answer("tsMsgBoxEx",
+             {"A longer message that wraps over more than one line of the box, because it goes "
+              "on and on.\rAnd a second paragraph.",
+              "Centred", "One", "Two", "Three", "", 3, "Center", "Serif", 16, 4, -1, 999},
+             [&](unsigned long w) {
+               WindowGeometry g = geometryOf(w);
+               EXPECT_EQ(g.width, 460);
+               EXPECT_GT(g.height, 120);
+               EXPECT_EQ(g.x, (1280 - 460) / 2);
+               EXPECT_EQ(g.y, (1024 - g.height) / 2);
+               SeenWindow seen = shown();
+               ASSERT_EQ(seen.buttons.size(), 3u);
+               EXPECT_EQ(seen.buttons[2].label, "Three");  // item 3, on the left
+               EXPECT_EQ(seen.buttons[2].x, 25);
+               screenshot("msgboxex-centred-three-buttons");
+               keys("Escape");
+               std::this_thread::sleep_for(std::chrono::milliseconds(200));
+               EXPECT_TRUE(windowViewable(w));
+               keys("Return");
+             });
+  EXPECT_EQ(v.string(), "Three");
+
+  // Ctrl+period cancels with two buttons; DefButton 2 makes item 1 the cancel button.
+  v = answer("tsMsgBoxEx", {"Dot.", "", "First", "Second", "", "NoIcon", 2, "r", "", 0, 0, 0, 0},
+             [&](unsigned long w) {
+               // At (0, 0) the window manager keeps the title bar on the screen, so the
+               // client area sits just below and right of the frame's corner.
+               WindowGeometry g = geometryOf(w);
+               EXPECT_LE(g.x, 5);
+               EXPECT_LE(g.y, 40);
+               keys("ctrl+period");
+             });
+  EXPECT_EQ(v.string(), "First");
+  expectBrackets(3);
+}
+
+TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
+  // Numbers only: letters and spaces are swallowed.
+  Value v = answer("tsPrompt", {"Number", "How many?", "", 1, -1, 0}, [&](unsigned long) {
+    screenshot("prompt-numbers");
+    typeText("a1 b2");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "12");
+
+  v = answer("tsPrompt", {"Word", "No spaces", "", 4, 10, 10}, [&](unsigned long) {
+    typeText("a b c");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "abc");
+
+  // Password: masked with bullets, the real text comes back.
+  v = answer("tsPrompt", {"Secret", "Password", "abcd", 2, -1, 0}, [&](unsigned long) {
+    SeenWindow seen = shown();
+    ASSERT_EQ(seen.entries.size(), 1u);
+    onGtkThread([&] {
+      EXPECT_FALSE(gtk_entry_get_visibility(seen.entries[0]));
+      EXPECT_EQ(gtk_entry_get_invisible_char(seen.entries[0]), 0x2022u);
+    });
+    screenshot("prompt-password");
+    keys("End");
+    typeText("e");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "abcde");
+
+  // Required input: OK dimmed and Return ignored while the field is empty.
+  v = answer("tsPrompt", {"Required", "Type something", "", 8, -1, 0}, [&](unsigned long w) {
+    SeenWindow seen = shown();
+    for (const SeenButton& b : seen.buttons)
+      if (b.label == "OK") {
+        EXPECT_FALSE(b.sensitive);
+      }
+    screenshot("prompt-require-input");
+    keys("Return");
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_TRUE(windowViewable(w));
+    typeText("x");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "x");
+
+  // Escape cancels whatever was typed.
+  v = answer("tsPrompt", {"", "", "typed", 0, -1, 0}, [&](unsigned long) {
+    typeText("more");
+    keys("Escape");
+  });
+  EXPECT_EQ(v.string(), "");
+
+  // Ctrl+X cuts the selected default text; Ctrl+V pastes it even into a numbers-only field.
+  v = answer("tsPrompt", {"", "", "letters", 0, -1, 0}, [&](unsigned long) {
+    keys("ctrl+x");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "");
+  v = answer("tsPrompt", {"", "", "", 1, -1, 0}, [&](unsigned long) {
+    keys("ctrl+v");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "letters");
+  v = answer("tsPrompt", {"", "", "copied", 0, -1, 0}, [&](unsigned long) {
+    keys("ctrl+c");
+    keys("Escape");
+  });
+  v = answer("tsPrompt", {"", "", "", 0, -1, 0}, [&](unsigned long) {
+    keys("ctrl+v");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "copied");
+  expectBrackets(9);
+}
+
+TEST_F(Dialogs, LogInAnswersNameAndPassword) {
+  Value v = answer("tsLogIn", {"Log in", "Your account", "", "", 4, "Name:", "Password:", -1, 0},
+                   [&](unsigned long) {
+                     SeenWindow seen = shown();
+                     EXPECT_EQ(seen.title, "Log in");
+                     ASSERT_EQ(seen.entries.size(), 2u);
+                     screenshot("login");
+                     typeText("me and you");
+                     keys("Tab");
+                     typeText("pass word");
+                     keys("Return");
+                   });
+  ASSERT_TRUE(v.isPropList());
+  const auto& items = v.propListPtr()->items;
+  ASSERT_EQ(items.size(), 2u);
+  EXPECT_EQ(items[0].first.sym().name, "name");
+  EXPECT_EQ(items[0].second.string(), "meandyou");
+  EXPECT_EQ(items[1].first.sym().name, "password");
+  EXPECT_EQ(items[1].second.string(), "password");
+
+  v = answer("tsLogIn", {"Log in", "", "n", "p", 0, "", "", 0, 0},
+             [&](unsigned long) { keys("Escape"); });
+  EXPECT_TRUE(v.isString());
+  EXPECT_EQ(v.string(), "");
+  expectBrackets(2);
+}
+
+TEST_F(Dialogs, SelectorsTakeTypedPaths) {
+  TempDir dir;
+  dir.file("a.txt", "a");
+  dir.file("b.rtf", "b");
+  dir.file("c.doc", "c");
+  std::filesystem::create_directory(dir.path() / "sub");
+  unixNames(true);
+  const std::string folder = dir.str() + "/";
+
+  Value v = answer("tsGetFilename", {"open", folder, "a.txt", ".TXT,.rtf", 0, "Pick a text", 0,
+                                     -1, 0},
+                   [&](unsigned long) {
+                     screenshot("getfilename-open");
+                     typeText(folder + "b.rtf");
+                     keys("Return");
+                   });
+  EXPECT_EQ(v.string(), folder + "b.rtf");
+
+  v = answer("tsGetFilename", {"Save", folder, "new.txt", "", 0, "", 0, -1, 0},
+             [&](unsigned long) {
+               screenshot("getfilename-save");
+               keys("Return");
+             });
+  EXPECT_EQ(v.string(), folder + "new.txt");
+
+  // Several files: a list.
+  v = answer("tsGetFilename", {"open", folder, "", "", 0x200, "", 0, -1, 0}, [&](unsigned long) {
+    typeText(folder + "c.doc");
+    keys("Return");
+  });
+  ASSERT_TRUE(v.isList());
+  ASSERT_EQ(v.listPtr()->items.size(), 1u);
+  EXPECT_EQ(v.listPtr()->items[0].string(), folder + "c.doc");
+
+  v = answer("tsGetFolder", {folder, "Where?", 0, "Pick a folder", -1, 0}, [&](unsigned long) {
+    EXPECT_EQ(shown().title, "Pick a folder");
+    screenshot("getfolder");
+    typeText(folder + "sub/");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), folder + "sub/");
+
+  v = answer("tsGetFolder", {folder, "", 0, "", -1, 0}, [&](unsigned long) { keys("Escape"); });
+  EXPECT_EQ(v.string(), "");
+
+  // The disk list starts on the start-up volume.
+  v = answer("tsGetDisk", {"", "Which disk?", 0, -1, 0}, [&](unsigned long) {
+    screenshot("getdisk");
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "/");
+
+  // The file list: OK works only while a row is selected (none while the listing is not built).
+  const bool listed = !call("tsFileList", {folder, "*.*"}).listPtr()->items.empty();
+  v = answer("tsGetFiles", {folder, "*.*", "b.rtf", "Files", "Pick one", 0, -1, 0},
+             [&](unsigned long w) {
+               screenshot("getfiles");
+               keys("Return");
+               if (!listed) {
+                 std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                 EXPECT_TRUE(windowViewable(w));
+                 keys("Escape");
+               }
+             });
+  EXPECT_EQ(v.string(), listed ? folder + "b.rtf" : "");
+  expectBrackets(7);
+}
+
+TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
+  TempDir dir;
+  const std::string source = dir.file("big.bin", std::string(4 * 64512 + 100, 'x')).string();
+  if (integer("tsCopyFile", {source, dir.str() + "/probe.bin", ""}) != 0)
+    GTEST_SKIP() << "the copy engine cannot copy yet";
+
+  std::vector<std::pair<int32_t, std::string>> heard;
+  movie_.handlers["tsCopyProgressUpdate"] = [&](const std::vector<Value>& args) {
+    heard.emplace_back(args[0].integer(), args[1].string());
+    return Value();
+  };
+  // Flags 8 + 16: no window, every distinct non-zero percentage heard once.
+  EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/a.bin", "", "T", "B", 24}), 0);
+  ASSERT_FALSE(heard.empty());
+  EXPECT_EQ(heard.back().first, 100);
+  for (size_t i = 1; i < heard.size(); ++i) EXPECT_NE(heard[i].first, heard[i - 1].first);
+  EXPECT_EQ(heard.front().second, "big.bin");
+  expectBrackets(0);
+
+  // A handler that answers 1 cancels; the partial copy stays.
+  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) { return Value(1); };
+  EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/b.bin", "", "T", "B", 24}), 9);
+
+  // The window's Escape cancels.
+  movie_.handlers.erase("tsCopyProgressUpdate");
+  const std::string huge = dir.file("huge.bin", std::string(64 << 20, 'y')).string();
+  Value v = answer("tsCopyFileProgress", {huge, dir.str() + "/c.bin", "", "Copying", "Stop", 0},
+                   [&](unsigned long) {
+                     screenshot("progress-copy");
+                     keys("Escape");
+                   });
+  EXPECT_EQ(v.integer(), 9);
+  expectBrackets(1);
+}
+
+// Without a display every dialog answers its cancel value at once and takes no bracket.
+class DialogsWithoutDisplay : public XtraTest {
+ protected:
+  void SetUp() override {
+    unsetenv("DISPLAY");
+    XtraTest::SetUp();
+  }
+};
+
+TEST_F(DialogsWithoutDisplay, EveryDialogAnswersAtOnce) {
+  struct Case {
+    const char* method;
+    std::vector<Value> args;
+  };
+  const Case cases[] = {
+      {"tsMsgBox", {"m", "c", "OKCancel", "Stop", 1}},
+      {"tsMsgBoxEx", {"m", "c", "A", "B", "C", "stop", 1, "", "", 12, 0, -1, 0}},
+      {"tsPrompt", {"c", "i", "default", 0, -1, 0}},
+      {"tsLogIn", {"c", "i", "n", "p", 0, "N", "P", -1, 0}},
+      {"tsGetFilename", {"open", "/tmp", "", "", 0, "", 0, -1, 0}},
+      {"tsGetFolder", {"/tmp", "", 0, "", -1, 0}},
+      {"tsGetDisk", {"", "", 0, -1, 0}},
+      {"tsGetFiles", {"/tmp", "*.*", "", "", "", 0, -1, 0}},
+  };
+  for (const Case& c : cases) {
+    const auto start = std::chrono::steady_clock::now();
+    Value v = call(c.method, c.args);
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                        std::chrono::steady_clock::now() - start)
+                        .count();
+    EXPECT_LT(ms, 50) << c.method;
+    ASSERT_TRUE(v.isString()) << c.method;
+    EXPECT_EQ(v.string(), "") << c.method;
+  }
+  bool several = false;
+  Value list = call("tsGetFilename", {"open", "/tmp", "", "", 0x200, "", 0, -1, 0});
+  several = list.isList();
+  EXPECT_TRUE(several);
+  EXPECT_TRUE(list.listPtr()->items.empty());
+  host::HostCounters c = host_->counters();
+  EXPECT_EQ(c.resourcesBegun + c.resourcesEnded + c.modalDialogsBegun + c.modalDialogsEnded, 0);
+}
+
+}  // namespace
+}  // namespace tessel::testing

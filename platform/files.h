@@ -147,6 +147,14 @@ class FileService {
   virtual std::optional<std::string> resourceFork(const std::string& path) = 0;
   virtual uint64_t resourceForkSize(const std::string& path) = 0;
   virtual bool setResourceFork(const std::string& path, std::string_view data) = 0;
+
+  // ---- Listings and copies
+  // Gives the item the modification time (Unix seconds and nanoseconds), as a copy keeps its
+  // source's. False where the service cannot.
+  virtual bool setModifiedTime(const std::string& path, int64_t seconds, uint32_t nanoseconds) {
+    (void)path, (void)seconds, (void)nanoseconds;
+    return false;
+  }
 };
 
 // The service in use: the Linux backend unless a test installed another.

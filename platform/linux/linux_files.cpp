@@ -267,6 +267,13 @@ class LinuxFileService final : public FileService {
   uint64_t resourceForkSize(const std::string&) override { return 0; }
   bool setResourceFork(const std::string&, std::string_view) override { return unsupported(); }
 
+  // ---- Listings and copies
+  bool setModifiedTime(const std::string& path, int64_t seconds, uint32_t nanoseconds) override {
+    struct timespec times[2] = {{0, UTIME_OMIT},
+                                {static_cast<time_t>(seconds), static_cast<long>(nanoseconds)}};
+    return check(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0);
+  }
+
  private:
   // The data in blocks: copy_file_range (which reflinks or copies inside the kernel), falling
   // back to read/write where the two filesystems do not allow it.

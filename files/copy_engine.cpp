@@ -181,6 +181,23 @@ int32_t copyFilesOf(const WalkFolder& source, std::string_view destFolder, const
 
 }  // namespace
 
+namespace {
+
+// A relative path written in the style of `from`, in the style of `to`: HFS and Unix swap ':'
+// and '/', so a folder's place below the source root keeps its meaning below the destination.
+std::string inStyleOf(std::string relative, std::string_view from, std::string_view to) {
+  if (separatorOf(from) == separatorOf(to)) return relative;
+  for (char& c : relative) {
+    if (c == ':')
+      c = '/';
+    else if (c == '/')
+      c = ':';
+  }
+  return relative;
+}
+
+}  // namespace
+
 int32_t copyOneFile(std::string_view source, std::string_view dest, std::string_view overwrite,
                     CopyObserver* observer) {
   auto& service = fileService();
@@ -300,7 +317,7 @@ int32_t xCopy(std::string_view sourceFolder, std::string_view destFolder,
   FileSpec spec = classifyFileSpec(fileSpec);
   int32_t result = kCopied;
   for (const WalkFolder& node : tree) {
-    std::string dest = destRoot + node.styled.substr(rootLength);
+    std::string dest = destRoot + inStyleOf(node.styled.substr(rootLength), start, destRoot);
     if (makeDirs != 0) createFolderPath(dest);
     int32_t code = node.native.empty() ? kNoSource
                                        : copyFilesOf(node, dest, spec, overwrite, nullptr);

@@ -21,6 +21,10 @@ struct Search {
   // The current folder's items, read once when the search reaches it.
   std::vector<platform::FolderEntry> entries;
   bool listed = false;
+  // The current folder as the hits name it, converted once per folder and style.
+  std::string prefix;
+  bool prefixValid = false;
+  bool prefixUnix = false;
 };
 
 Search& search() {
@@ -36,6 +40,7 @@ void closeSearch(Search& s) {
   s.entries.shrink_to_fit();
   s.current = 0;
   s.listed = false;
+  s.prefixValid = false;
 }
 
 bool leafMatches(const Search& s, std::string_view leaf) {
@@ -45,8 +50,21 @@ bool leafMatches(const Search& s, std::string_view leaf) {
   return equalsIgnoringAsciiCase(leaf, s.pattern);
 }
 
+// A hit's path: the folder's converted path (once per folder) followed by the leaf in its style.
+std::string hitPath(Search& s, const WalkFolder& folder, const std::string& leaf) {
+  bool unix = paths::returnUnixNames();
+  if (!s.prefixValid || s.prefixUnix != unix) {
+    s.prefix = paths::fromNative(folder.native, /*folder=*/true);
+    s.prefixValid = !s.prefix.empty();
+    s.prefixUnix = unix;
+  }
+  if (!s.prefixValid) return paths::fromNative(folder.native + leaf, /*folder=*/false);
+  return s.prefix + nameInStyle(leaf, unix ? '/' : ':');
+}
+
 void nextFolder(Search& s) {
   s.index = 1;
+  s.prefixValid = false;
   s.listed = false;
   s.entries.clear();
   ++s.current;
@@ -93,7 +111,7 @@ std::string findNextFile() {
       const platform::FolderEntry& entry = s.entries[s.index - 1];
       ++s.index;
       if (isFileItem(entry.kind) && leafMatches(s, entry.name))
-        return paths::fromNative(folder.native + entry.name, /*folder=*/false);
+        return hitPath(s, folder, entry.name);
     }
     nextFolder(s);
   }

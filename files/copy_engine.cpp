@@ -270,8 +270,10 @@ int32_t copyFolderFiles(std::string_view sourceFolder, std::string_view destFold
 }
 
 int32_t createFolderPath(std::string_view folder) {
+  if (folder.empty()) return 0;
+  if (isFolder(paths::nativePath(folder))) return 1;
+  // What is missing is created from the path as its 259-byte buffer holds it.
   std::string path(cut(folder, kCreatePathLimit));
-  if (path.empty()) return 0;
   std::string native = paths::nativePath(path);
   if (native.empty()) return 0;
   if (isFolder(native)) return 1;

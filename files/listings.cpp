@@ -158,18 +158,18 @@ namespace {
 // doubles the way the method always has.
 double flatSize(const WalkFolder& folder, const FileSpec& spec) {
   std::vector<FolderEntry> entries;
-  if (!snapshot(folder, entries)) return 0;
+  std::vector<uint64_t> sizes;
   auto& service = fileService();
+  if (!service.listFolderWithSizes(folder.native, entries, sizes)) return 0;
   double total = 0;
   std::string native;
-  for (const FolderEntry& entry : entries) {
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const FolderEntry& entry = entries[i];
     if (!isFileItem(entry.kind)) continue;
     native = folder.native;
     native += entry.name;
     if (!fileMatches(spec, native, entry.name)) continue;
-    auto info = service.info(native, /*followLinks=*/false);
-    if (!info) continue;
-    total += static_cast<double>(info->size + service.resourceForkSize(native));
+    total += static_cast<double>(sizes[i] + service.resourceForkSize(native));
   }
   return total;
 }

@@ -155,6 +155,17 @@ class FileService {
     (void)path, (void)seconds, (void)nanoseconds;
     return false;
   }
+  // The folder's items as listFolder gives them, with each item's size in bytes (a link: the
+  // length of its target text; 0 where it cannot be read).
+  virtual bool listFolderWithSizes(const std::string& path, std::vector<FolderEntry>& entries,
+                                   std::vector<uint64_t>& sizes) {
+    if (!listFolder(path, entries)) return false;
+    std::string folder = path.empty() || path.back() == '/' ? path : path + "/";
+    sizes.assign(entries.size(), 0);
+    for (size_t i = 0; i < entries.size(); ++i)
+      if (auto item = info(folder + entries[i].name, /*followLinks=*/false)) sizes[i] = item->size;
+    return true;
+  }
 };
 
 // The service in use: the Linux backend unless a test installed another.

@@ -274,6 +274,22 @@ class LinuxFileService final : public FileService {
     return check(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0);
   }
 
+  // The sizes are looked up relative to the open folder, not through each item's full path.
+  bool listFolderWithSizes(const std::string& path, std::vector<FolderEntry>& entries,
+                           std::vector<uint64_t>& sizes) override {
+    if (!listFolder(path, entries)) return false;
+    sizes.assign(entries.size(), 0);
+    int dir = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir < 0) return check(false);
+    for (size_t i = 0; i < entries.size(); ++i) {
+      struct stat st {};
+      if (::fstatat(dir, entries[i].name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0)
+        sizes[i] = static_cast<uint64_t>(st.st_size);
+    }
+    ::close(dir);
+    return true;
+  }
+
  private:
   // The data in blocks: copy_file_range (which reflinks or copies inside the kernel), falling
   // back to read/write where the two filesystems do not allow it.

@@ -89,7 +89,9 @@ std::string findFirstFile(std::string_view disk, std::string_view fileName) {
     s.pattern = fileName;
     s.containsMode = false;
   }
-  s.folders = folderTree(*root, /*includeBundles=*/false);
+  // The folders are found breadth-first as the search reaches them: each folder is read once,
+  // for its files and its subfolders together.
+  s.folders.push_back(*root);
   s.open = true;
   return findNextFile();
 }
@@ -98,15 +100,21 @@ std::string findNextFile() {
   Search& s = search();
   if (!s.open) return "";
   while (s.current < s.folders.size()) {
-    const WalkFolder& folder = s.folders[s.current];
     if (!s.listed) {
-      // The start folder itself may be an application, whose inside is not searched.
-      if (!snapshot(folder, s.entries) || (s.current == 0 && isApplicationBundle(folder.native))) {
+      if (!snapshot(s.folders[s.current], s.entries)) {
         nextFolder(s);
         continue;
       }
+      WalkFolder folder = s.folders[s.current];  // appending may move the list's items
+      appendSubfolders(folder, s.entries, /*includeBundles=*/false, s.folders);
       s.listed = true;
+      // The start folder itself may be an application: its own files are not searched.
+      if (s.current == 0 && isApplicationBundle(folder.native)) {
+        nextFolder(s);
+        continue;
+      }
     }
+    const WalkFolder& folder = s.folders[s.current];
     while (s.index <= s.entries.size()) {
       const platform::FolderEntry& entry = s.entries[s.index - 1];
       ++s.index;

@@ -44,6 +44,10 @@ bool fileMatches(const FileSpec& spec, const std::string& native, std::string_vi
 // host-style path has grown past the listing buffer are kept but not entered.
 std::vector<WalkFolder> folderTree(const WalkFolder& root, bool includeBundles);
 
+// Appends the subfolders among a folder's items to a breadth-first list, as folderTree does.
+void appendSubfolders(const WalkFolder& parent, const std::vector<platform::FolderEntry>& entries,
+                      bool includeBundles, std::vector<WalkFolder>& tree);
+
 // An application bundle (a folder with Contents that the bundle test accepts).
 bool isApplicationBundle(const std::string& nativeFolder);
 

@@ -90,22 +90,28 @@ bool isApplicationBundle(const std::string& nativeFolder) {
   return isBundle(nativeFolder) != 0;
 }
 
+void appendSubfolders(const WalkFolder& parent, const std::vector<FolderEntry>& entries,
+                      bool includeBundles, std::vector<WalkFolder>& tree) {
+  // The parent's path is copied into a buffer of 994 bytes; a longer one names another place
+  // and lists nothing.
+  if (parent.styled.size() - 1 > kSubfolderParentLimit) return;
+  char separator = separatorOf(parent.styled);
+  for (const FolderEntry& entry : entries) {
+    if (entry.kind != FileKind::Folder) continue;
+    WalkFolder child{parent.styled + nameInStyle(entry.name, separator) + separator,
+                     parent.native + entry.name + '/'};
+    if (!includeBundles && isApplicationBundle(child.native)) continue;
+    tree.push_back(std::move(child));
+  }
+}
+
 std::vector<WalkFolder> folderTree(const WalkFolder& root, bool includeBundles) {
   std::vector<WalkFolder> tree{root};
   std::vector<FolderEntry> entries;
   for (size_t i = 0; i < tree.size(); ++i) {
-    // The parent's path is copied into a buffer of 994 bytes; a longer one names another place
-    // and lists nothing.
-    if (tree[i].styled.size() - 1 > kSubfolderParentLimit) continue;
     if (!snapshot(tree[i], entries)) continue;
-    char separator = separatorOf(tree[i].styled);
-    for (const FolderEntry& entry : entries) {
-      if (entry.kind != FileKind::Folder) continue;
-      WalkFolder child{tree[i].styled + nameInStyle(entry.name, separator) + separator,
-                       tree[i].native + entry.name + '/'};
-      if (!includeBundles && isApplicationBundle(child.native)) continue;
-      tree.push_back(std::move(child));
-    }
+    WalkFolder parent = tree[i];  // appending may move the tree's items
+    appendSubfolders(parent, entries, includeBundles, tree);
   }
   return tree;
 }

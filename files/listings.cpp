@@ -1,24 +1,285 @@
 #include "files/listings.h"
 
+#include <cmath>
+
+#include "files/file_queries.h"
+#include "files/folder_walk.h"
+#include "paths/paths.h"
+
 namespace tessel::files {
 
-// Placeholder until file specs are built: nothing matches.
-bool matchFileSpec(std::string_view, std::string_view, std::string_view) { return false; }
-// Placeholder until listings are built: no file.
-int32_t countMatchingFiles(std::string_view, std::string_view) { return 0; }
-// Placeholder until folder sizes are built: nothing.
-uint64_t matchingFilesSize(std::string_view, std::string_view, bool) { return 0; }
-// Placeholder until folder trees are built: the folder cannot be listed.
-std::vector<std::string> buildFolderTree(std::string_view, bool) { return {}; }
-// Placeholder until listings are built: the empty list.
-std::vector<std::string> fileList(std::string_view, std::string_view) { return {}; }
-// Placeholder until listings are built: the empty list.
-std::vector<std::string> folderList(std::string_view) { return {}; }
-// Placeholder until deletion by file spec is built: the failure value.
-int32_t deleteXFiles(std::string_view, std::string_view) { return 0; }
-// Placeholder until deletion by file spec is built: the failure value.
-int32_t xDelete(std::string_view, std::string_view) { return 0; }
-// Placeholder until folder sizes are built: the failure value.
-int32_t folderSize(std::string_view, std::string_view, int32_t) { return 0; }
+using platform::FileKind;
+using platform::FolderEntry;
+using platform::fileService;
+
+// ---- Folder walks --------------------------------------------------------------------------------
+
+namespace {
+
+// The longest folder path a listing of subfolders copies, and the longest one tsFolderSize
+// copies per folder of a tree (a deliberately short one: deeper folders add nothing).
+constexpr size_t kSubfolderParentLimit = 994;
+constexpr size_t kFolderSizePathLimit = 255;
+// The longest folder path the listings take.
+constexpr size_t kListingFolderLimit = 993;
+// Names handed to Lingo.
+constexpr size_t kNameLimit = 255;
+
+std::string parentOfNative(const std::string& native) {
+  size_t slash = native.find_last_of('/', native.size() > 1 ? native.size() - 2 : 0);
+  return slash == std::string::npos || slash == 0 ? std::string("/") : native.substr(0, slash);
+}
+
+// A name cut to the 255 bytes of a name buffer, never inside a UTF-8 character.
+std::string boundedName(std::string_view name) {
+  if (name.size() <= kNameLimit) return std::string(name);
+  size_t end = kNameLimit;
+  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
+  return std::string(name.substr(0, end));
+}
+
+bool exists(const std::string& native) {
+  return fileService().info(native, /*followLinks=*/false).has_value();
+}
+
+}  // namespace
+
+char separatorOf(std::string_view styledPath) { return paths::isUnixPath(styledPath) ? '/' : ':'; }
+
+std::string nameInStyle(std::string_view linuxName, char separator) {
+  std::string out(linuxName);
+  if (separator == ':')
+    for (char& c : out)
+      if (c == ':') c = '/';
+  return out;
+}
+
+std::string_view cut(std::string_view text, size_t limit) { return text.substr(0, limit); }
+
+std::optional<WalkFolder> openFolder(std::string_view styledPath) {
+  if (styledPath.empty()) return std::nullopt;
+  WalkFolder folder{std::string(styledPath), paths::nativePath(styledPath)};
+  if (folder.native.empty()) return std::nullopt;
+  auto info = fileService().info(folder.native);
+  if (!info || info->kind != FileKind::Folder) return std::nullopt;
+  paths::addTrailingSeparator(folder.styled);
+  if (folder.native.back() != '/') folder.native += '/';
+  return folder;
+}
+
+bool isFileItem(FileKind kind) { return kind == FileKind::File || kind == FileKind::Link; }
+
+bool snapshot(const WalkFolder& folder, std::vector<FolderEntry>& entries) {
+  return fileService().listFolder(folder.native, entries);
+}
+
+bool fileMatches(const FileSpec& spec, const std::string& native, std::string_view name) {
+  if (spec.mode != FileSpec::Mode::TypeCode) return specMatches(spec, name, nullptr);
+  auto finder = fileService().finderInfo(native);
+  if (!finder) return false;
+  uint32_t type = finder->type();
+  return specMatches(spec, name, &type);
+}
+
+bool isApplicationBundle(const std::string& nativeFolder) {
+  // Only a folder with Contents can be one; the bundle test reads its Info.plist.
+  std::string contents = nativeFolder;
+  if (contents.back() != '/') contents += '/';
+  auto info = fileService().info(contents + "Contents");
+  if (!info || info->kind != FileKind::Folder) return false;
+  return isBundle(nativeFolder) != 0;
+}
+
+void appendSubfolders(const WalkFolder& parent, const std::vector<FolderEntry>& entries,
+                      bool includeBundles, std::vector<WalkFolder>& tree) {
+  // The parent's path is copied into a buffer of 994 bytes; a longer one names another place
+  // and lists nothing.
+  if (parent.styled.size() - 1 > kSubfolderParentLimit) return;
+  char separator = separatorOf(parent.styled);
+  for (const FolderEntry& entry : entries) {
+    if (entry.kind != FileKind::Folder) continue;
+    WalkFolder child{parent.styled + nameInStyle(entry.name, separator) + separator,
+                     parent.native + entry.name + '/'};
+    if (!includeBundles && isApplicationBundle(child.native)) continue;
+    tree.push_back(std::move(child));
+  }
+}
+
+std::vector<WalkFolder> folderTree(const WalkFolder& root, bool includeBundles) {
+  std::vector<WalkFolder> tree{root};
+  std::vector<FolderEntry> entries;
+  for (size_t i = 0; i < tree.size(); ++i) {
+    if (!snapshot(tree[i], entries)) continue;
+    WalkFolder parent = tree[i];  // appending may move the tree's items
+    appendSubfolders(parent, entries, includeBundles, tree);
+  }
+  return tree;
+}
+
+int32_t deleteMatchingFiles(const WalkFolder& folder, const FileSpec& spec) {
+  std::vector<FolderEntry> entries;
+  if (!snapshot(folder, entries)) return 1;
+  // The snapshot keeps every item in its place while earlier ones go, so none is skipped.
+  int32_t result = 1;
+  bool deleted = false;
+  auto& service = fileService();
+  for (const FolderEntry& entry : entries) {
+    if (!isFileItem(entry.kind)) continue;
+    std::string native = folder.native + entry.name;
+    if (!fileMatches(spec, native, entry.name)) continue;
+    if (!exists(native)) {
+      result = 0;
+      continue;
+    }
+    if (service.removeFile(native)) deleted = true;
+    if (exists(native)) result = 0;
+  }
+  if (deleted) service.syncFolder(folder.native);
+  return result;
+}
+
+// ---- Shared operations ------------------------------------------------------------------------
+
+bool matchFileSpec(std::string_view folder, std::string_view name, std::string_view fileSpec) {
+  FileSpec spec = classifyFileSpec(fileSpec);
+  if (spec.mode != FileSpec::Mode::TypeCode) return specMatches(spec, name, nullptr);
+  auto at = openFolder(folder);
+  return at && fileMatches(spec, at->native + std::string(name), name);
+}
+
+int32_t countMatchingFiles(std::string_view folder, std::string_view fileSpec) {
+  auto at = openFolder(folder);
+  std::vector<FolderEntry> entries;
+  if (!at || !snapshot(*at, entries)) return 0;
+  FileSpec spec = classifyFileSpec(fileSpec);
+  int32_t count = 0;
+  for (const FolderEntry& entry : entries)
+    if (isFileItem(entry.kind) && fileMatches(spec, at->native + entry.name, entry.name)) ++count;
+  return count;
+}
+
+namespace {
+
+// The data and resource-fork bytes of the matching files directly in the folder, summed as
+// doubles the way the method always has.
+double flatSize(const WalkFolder& folder, const FileSpec& spec) {
+  std::vector<FolderEntry> entries;
+  std::vector<uint64_t> sizes;
+  auto& service = fileService();
+  if (!service.listFolderWithSizes(folder.native, entries, sizes)) return 0;
+  double total = 0;
+  std::string native;
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const FolderEntry& entry = entries[i];
+    if (!isFileItem(entry.kind)) continue;
+    native = folder.native;
+    native += entry.name;
+    if (!fileMatches(spec, native, entry.name)) continue;
+    total += static_cast<double>(sizes[i] + service.resourceForkSize(native));
+  }
+  return total;
+}
+
+double treeSize(std::string_view folder, const FileSpec& spec, bool subFolders) {
+  auto root = openFolder(folder);
+  if (!root) return 0;
+  if (!subFolders) return flatSize(*root, spec);
+  double total = 0;
+  for (const WalkFolder& node : folderTree(*root, /*includeBundles=*/true)) {
+    // Each folder's path goes through a 255-byte buffer; a cut one is looked up as it stands.
+    if (node.styled.size() <= kFolderSizePathLimit) {
+      total += flatSize(node, spec);
+    } else {
+      std::string shortened(cut(node.styled, kFolderSizePathLimit));
+      if (auto at = openFolder(shortened)) total += flatSize(*at, spec);
+    }
+  }
+  return total;
+}
+
+}  // namespace
+
+uint64_t matchingFilesSize(std::string_view folder, std::string_view fileSpec, bool subFolders) {
+  return static_cast<uint64_t>(treeSize(folder, classifyFileSpec(fileSpec), subFolders));
+}
+
+std::vector<std::string> buildFolderTree(std::string_view folder, bool includeBundles) {
+  std::string start(folder);
+  paths::stripTrailingSeparator(start);
+  auto root = openFolder(start);
+  if (!root) return {};
+  std::vector<std::string> out;
+  for (WalkFolder& node : folderTree(*root, includeBundles)) out.push_back(std::move(node.styled));
+  return out;
+}
+
+// ---- Lingo methods ---------------------------------------------------------------------------------
+
+std::vector<std::string> fileList(std::string_view folder, std::string_view type) {
+  std::vector<std::string> names;
+  auto at = openFolder(cut(folder, kListingFolderLimit));
+  std::vector<FolderEntry> entries;
+  if (!at || !snapshot(*at, entries)) return names;
+  FileSpec spec = classifyListType(type);
+  auto& service = fileService();
+  std::string native;
+  for (const FolderEntry& entry : entries) {
+    if (!isFileItem(entry.kind) || entry.name.starts_with('.')) continue;
+    native = at->native;
+    native += entry.name;
+    if (spec.mode == FileSpec::Mode::Extension && !specMatches(spec, entry.name, nullptr)) continue;
+    if (service.isHidden(native)) continue;
+    if (spec.mode == FileSpec::Mode::TypeCode && !fileMatches(spec, native, entry.name)) continue;
+    names.push_back(boundedName(entry.name));
+  }
+  return names;
+}
+
+std::vector<std::string> folderList(std::string_view folder) {
+  std::vector<std::string> names;
+  auto at = openFolder(cut(folder, kListingFolderLimit));
+  std::vector<FolderEntry> entries;
+  if (!at || !snapshot(*at, entries)) return names;
+  for (const FolderEntry& entry : entries)
+    if (entry.kind == FileKind::Folder && !entry.name.starts_with('.'))
+      names.push_back(boundedName(entry.name));
+  return names;
+}
+
+int32_t deleteXFiles(std::string_view folder, std::string_view fileSpec) {
+  auto at = openFolder(folder);
+  if (!at) return 1;  // nothing to delete is not a failure
+  return deleteMatchingFiles(*at, classifyFileSpec(fileSpec));
+}
+
+int32_t xDelete(std::string_view folder, std::string_view fileSpec) {
+  std::string start(folder);
+  paths::stripTrailingSeparator(start);
+  auto root = openFolder(start);
+  if (!root) return 1;
+  FileSpec spec = classifyFileSpec(fileSpec);
+  std::vector<WalkFolder> tree = folderTree(*root, /*includeBundles=*/true);
+  int32_t result = 1;
+  for (const WalkFolder& node : tree)
+    if (deleteMatchingFiles(node, spec) == 0) result = 0;
+  // Deepest first, every folder that is now empty goes, the start folder included; the others
+  // stay without complaint.
+  auto& service = fileService();
+  for (auto node = tree.rbegin(); node != tree.rend(); ++node) {
+    std::string native = node->native.substr(0, node->native.size() - 1);
+    if (!exists(native)) continue;
+    if (service.removeFolder(native)) service.syncFolder(parentOfNative(node->native));
+  }
+  return result;
+}
+
+int32_t folderSize(std::string_view folder, std::string_view fileType, int32_t subFolders) {
+  double total = treeSize(folder, classifyFileSpec(fileType), subFolders != 0);
+  // Decimal kilobytes, truncated to 32 bits unsigned; Lingo sees them as a signed integer.
+  double kilobytes = std::trunc(total / 1000.0);
+  uint32_t units = kilobytes >= 4294967295.0 ? static_cast<uint32_t>(std::fmod(kilobytes, 4294967296.0))
+                                             : static_cast<uint32_t>(kilobytes);
+  return static_cast<int32_t>(units);
+}
 
 }  // namespace tessel::files

@@ -165,6 +165,25 @@ class FileService {
   virtual std::optional<std::string> resourceFork(const std::string& path) = 0;
   virtual uint64_t resourceForkSize(const std::string& path) = 0;
   virtual bool setResourceFork(const std::string& path, std::string_view data) = 0;
+
+  // ---- Listings and copies
+  // Gives the item the modification time (Unix seconds and nanoseconds), as a copy keeps its
+  // source's. False where the service cannot.
+  virtual bool setModifiedTime(const std::string& path, int64_t seconds, uint32_t nanoseconds) {
+    (void)path, (void)seconds, (void)nanoseconds;
+    return false;
+  }
+  // The folder's items as listFolder gives them, with each item's size in bytes (a link: the
+  // length of its target text; 0 where it cannot be read).
+  virtual bool listFolderWithSizes(const std::string& path, std::vector<FolderEntry>& entries,
+                                   std::vector<uint64_t>& sizes) {
+    if (!listFolder(path, entries)) return false;
+    std::string folder = path.empty() || path.back() == '/' ? path : path + "/";
+    sizes.assign(entries.size(), 0);
+    for (size_t i = 0; i < entries.size(); ++i)
+      if (auto item = info(folder + entries[i].name, /*followLinks=*/false)) sizes[i] = item->size;
+    return true;
+  }
 };
 
 // The service in use: the Linux backend unless a test installed another.

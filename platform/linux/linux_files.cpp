@@ -731,6 +731,29 @@ class LinuxFileService final : public FileService {
     return true;
   }
 
+  // ---- Listings and copies
+  bool setModifiedTime(const std::string& path, int64_t seconds, uint32_t nanoseconds) override {
+    struct timespec times[2] = {{0, UTIME_OMIT},
+                                {static_cast<time_t>(seconds), static_cast<long>(nanoseconds)}};
+    return check(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0);
+  }
+
+  // The sizes are looked up relative to the open folder, not through each item's full path.
+  bool listFolderWithSizes(const std::string& path, std::vector<FolderEntry>& entries,
+                           std::vector<uint64_t>& sizes) override {
+    if (!listFolder(path, entries)) return false;
+    sizes.assign(entries.size(), 0);
+    int dir = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir < 0) return check(false);
+    for (size_t i = 0; i < entries.size(); ++i) {
+      struct stat st {};
+      if (::fstatat(dir, entries[i].name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0)
+        sizes[i] = static_cast<uint64_t>(st.st_size);
+    }
+    ::close(dir);
+    return true;
+  }
+
  private:
   bool refuse(int error) {
     error_ = error;

@@ -1,0 +1,194 @@
+// The copy engine and the folder operations through the host, on real temporary trees.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/boundary/file_tree_support.h"
+
+namespace tessel::testing {
+namespace {
+
+using host::Value;
+namespace fs = std::filesystem;
+
+class CopyEngine : public FileTreeTest {
+ protected:
+  int32_t copy(const std::string& from, const std::string& to, const std::string& overwrite = "") {
+    return integer("tsCopyFile", {Value(from), Value(to), Value(overwrite)});
+  }
+  void age(const std::string& relative, int seconds) {
+    fs::last_write_time(at(relative), fs::file_time_type::clock::now() - std::chrono::seconds(seconds));
+  }
+};
+
+TEST_F(CopyEngine, OverwriteModes) {
+  make("src.txt", "new");
+  make("dst.txt", "old");
+  for (const char* mode : {"IfNotExist", "ifnotexist", "IFNOTEXIST+"}) {
+    EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), mode), 6) << mode;
+    EXPECT_EQ(read("dst.txt"), "old");
+  }
+  // IfNewer copies only over an older destination; the copy keeps the source's date, so the
+  // same copy again finds nothing newer.
+  age("src.txt", 100);
+  EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), "IfNewer"), 7);
+  age("dst.txt", 200);
+  EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), "ifnewer"), 0);
+  EXPECT_EQ(read("dst.txt"), "new");
+  EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), "IfNewer+"), 7);
+  // Any other word, and "", always replace; a missing destination is simply made.
+  make("dst.txt", "old");
+  EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), "Always"), 0);
+  EXPECT_EQ(read("dst.txt"), "new");
+  make("dst.txt", "old");
+  EXPECT_EQ(copy(at("src.txt"), at("dst.txt")), 0);
+  EXPECT_EQ(read("dst.txt"), "new");
+  EXPECT_EQ(copy(at("src.txt"), at("fresh.txt"), "IfNotExist"), 0);
+  EXPECT_EQ(tree(), (Strings{"dst.txt", "fresh.txt", "src.txt"}));  // no temporary left behind
+}
+
+TEST_F(CopyEngine, SourceAndDestinationRules) {
+  make("src.txt", "data");
+  folder("existing");
+  EXPECT_EQ(copy(at("missing.txt"), at("d.txt")), 1);
+  EXPECT_EQ(copy(at("existing"), at("d.txt")), 1);
+  EXPECT_EQ(copy(at("src.txt"), at("existing")), 2);
+  EXPECT_EQ(copy(at("src.txt"), at("newfolder/")), 2);
+  EXPECT_EQ(copy(at("src.txt"), hfs("newfolder:")), 2);
+  EXPECT_EQ(copy(at("src.txt"), ""), 2);
+  EXPECT_FALSE(exists("newfolder"));
+  // A destination whose last two folders are missing gets them, whatever the style.
+  EXPECT_EQ(copy(hfs("src.txt"), hfs("one:two:copy.txt")), 0);
+  EXPECT_EQ(read("one/two/copy.txt"), "data");
+  // A long HFS leaf ends under its full name.
+  std::string longName(40, 'L');
+  EXPECT_EQ(copy(at("src.txt"), hfs("one:" + longName)), 0);
+  EXPECT_EQ(tree("one"), (Strings{longName, "two", "two/copy.txt"}));
+  // A file copied onto itself survives.
+  EXPECT_EQ(copy(at("src.txt"), at("src.txt")), 0);
+  EXPECT_EQ(read("src.txt"), "data");
+}
+
+TEST_F(CopyEngine, CopiesKeepModeAndLinks) {
+  make("tool.sh", "#!/bin/sh\n");
+  ::chmod(at("tool.sh").c_str(), 0750);
+  EXPECT_EQ(copy(at("tool.sh"), at("out/tool.sh")), 0);
+  struct stat st {};
+  ASSERT_EQ(::stat(at("out/tool.sh").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0750u);
+  // A link is copied as the link (an alias), not as what it points to.
+  fs::create_symlink("tool.sh", at("alias"));
+  EXPECT_EQ(copy(at("alias"), at("out/alias")), 0);
+  EXPECT_TRUE(fs::is_symlink(at("out/alias")));
+  EXPECT_EQ(fs::read_symlink(at("out/alias")), "tool.sh");
+}
+
+TEST_F(CopyEngine, AFailedCopyLeavesTheDestinationAsItWas) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root reads every file";
+  make("src.txt", "new");
+  make("dst.txt", "old");
+  ::chmod(at("src.txt").c_str(), 0);
+  EXPECT_EQ(copy(at("src.txt"), at("dst.txt")), 4);
+  EXPECT_EQ(read("dst.txt"), "old");
+  EXPECT_EQ(tree(), (Strings{"dst.txt", "src.txt"}));
+}
+
+TEST_F(CopyEngine, OnlyAPlusReplacesALockedDestination) {
+  make("src.txt", "new");
+  make("dst.txt", "old");
+  if (!setAttributes("dst.txt", "r")) GTEST_SKIP() << "no locks here";
+  EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), ""), 4);
+  EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), "IfNewer"), 4);
+  EXPECT_EQ(read("dst.txt"), "old");
+  EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), "whatever+"), 0);
+  EXPECT_EQ(read("dst.txt"), "new");
+}
+
+TEST_F(CopyEngine, CopyXFilesCopiesTheMatchingFilesOfOneFolder) {
+  make("src/a.txt", "a");
+  make("src/B.TXT", "b");
+  make("src/.dot.txt", "d");
+  make("src/c.doc", "c");
+  make("src/sub/e.txt", "e");
+  auto copyX = [&](const std::string& from, const std::string& to, const char* spec) {
+    return integer("tsCopyXFiles", {Value(from), Value(to), Value(spec), Value("")});
+  };
+  EXPECT_EQ(copyX(at("src"), at("dst"), ".pdf"), 8);
+  EXPECT_FALSE(exists("dst"));
+  EXPECT_EQ(copyX(at("src"), hfs("dst"), ".txt"), 0);
+  EXPECT_EQ(tree("dst"), (Strings{".dot.txt", "B.TXT", "a.txt"}));
+  EXPECT_EQ(copyX(at("src") + "/", at("all"), "*.*"), 0);
+  EXPECT_EQ(tree("all"), (Strings{".dot.txt", "B.TXT", "a.txt", "c.doc"}));
+  EXPECT_EQ(copyX(at("nothing"), at("dst"), ""), 1);
+  // The last failing file's code: these already exist.
+  EXPECT_EQ(integer("tsCopyXFiles", {Value(at("src")), Value(at("dst")), Value(".txt"),
+                                      Value("IfNotExist")}),
+            6);
+}
+
+TEST_F(CopyEngine, XCopyReproducesTheTree) {
+  make("src/a.txt", "a");
+  make("src/empty/readme.doc", "r");
+  make("src/one/b.txt", "b");
+  make("src/one/two/c.txt", "c");
+  make("src/.cache/d.txt", "d");
+  make("outside/secret.txt", "s");
+  fs::create_directory_symlink(at("outside"), at("src/one/link"));
+  auto xcopy = [&](const std::string& from, const std::string& to, const char* spec, int dirs) {
+    return integer("tsXCopy", {Value(from), Value(to), Value(spec), Value(""), Value(dirs)});
+  };
+  // Without MakeDirs folders that receive no file are left out.
+  EXPECT_EQ(xcopy(at("src"), at("flat"), ".txt", 0), 0);
+  EXPECT_EQ(tree("flat"), (Strings{".cache", ".cache/d.txt", "a.txt", "one", "one/b.txt", "one/two",
+                                   "one/two/c.txt"}));
+  // With it the whole tree is reproduced; the link is copied as a link, never entered.
+  EXPECT_EQ(xcopy(hfs("src:"), at("full"), "", 1), 0);
+  EXPECT_EQ(tree("full"), (Strings{".cache", ".cache/d.txt", "a.txt", "empty", "empty/readme.doc",
+                                   "one", "one/b.txt", "one/link", "one/two", "one/two/c.txt"}));
+  EXPECT_TRUE(fs::is_symlink(at("full/one/link")));
+  // Nothing matching anywhere is no failure; a missing source is.
+  EXPECT_EQ(xcopy(at("src"), at("none"), ".pdf", 1), 0);
+  EXPECT_EQ(tree("none"), (Strings{".cache", "empty", "one", "one/two"}));
+  EXPECT_EQ(xcopy(at("missing"), at("m"), "", 0), 1);
+  // The last failure is reported, the other files are still copied.
+  make("full/one/b.txt", "changed");
+  EXPECT_EQ(integer("tsXCopy", {Value(at("src")), Value(at("full")), Value(""),
+                                Value("IfNotExist"), Value(0)}),
+            6);
+}
+
+TEST_F(CopyEngine, CreateRenameAndDelete) {
+  EXPECT_EQ(integer("tsCreateFolder", {Value(at("a/b/c"))}), 1);
+  EXPECT_EQ(integer("tsCreateFolder", {Value(hfs("a:b:c:"))}), 1);  // already there
+  EXPECT_EQ(integer("tsCreateFolder", {Value(hfs("h:i"))}), 1);
+  EXPECT_TRUE(fs::is_directory(at("h/i")));
+  make("file", "f");
+  EXPECT_EQ(integer("tsCreateFolder", {Value(at("file/sub"))}), 0);
+
+  // Renames move within a volume and never replace another item.
+  EXPECT_EQ(integer("tsRenameFile", {Value(at("file")), Value(at("moved/renamed"))}), 1);
+  EXPECT_EQ(read("moved/renamed"), "f");
+  make("other", "o");
+  EXPECT_EQ(integer("tsRenameFile", {Value(at("other")), Value(at("moved/renamed"))}), 0);
+  EXPECT_EQ(integer("tsRenameFile", {Value(at("gone")), Value(at("x"))}), 0);
+  EXPECT_EQ(integer("tsRenameFile", {Value(hfs("other")), Value(hfs("a:other2"))}), 1);
+  EXPECT_EQ(read("a/other2"), "o");
+  // A folder renames with either separator at the end.
+  EXPECT_EQ(integer("tsRenameFile", {Value(at("h") + "/"), Value(at("h2") + "/")}), 1);
+  EXPECT_TRUE(fs::is_directory(at("h2/i")));
+  // A long HFS name renames the item where it is.
+  std::string longName(40, 'n');
+  EXPECT_EQ(integer("tsRenameFile", {Value(hfs("a:other2")), Value(hfs("elsewhere:" + longName))}), 1);
+  EXPECT_EQ(read("a/" + longName), "o");
+
+  EXPECT_EQ(integer("tsDeleteFolder", {Value(at("nothing"))}), 0);
+  EXPECT_EQ(integer("tsDeleteFolder", {Value(at("a/b"))}), 0);  // not empty
+  EXPECT_EQ(integer("tsDeleteFolder", {Value(hfs("a:b:c:"))}), 1);
+  EXPECT_FALSE(exists("a/b/c"));
+  EXPECT_EQ(integer("tsDeleteFile", {Value(at("nothing"))}), 1);
+  EXPECT_EQ(integer("tsDeleteFile", {Value(at("a/b"))}), 0);  // a folder is no file
+  EXPECT_EQ(integer("tsDeleteFile", {Value(at("moved/renamed"))}), 1);
+  EXPECT_FALSE(exists("moved/renamed"));
+}
+
+}  // namespace
+}  // namespace tessel::testing

@@ -1,0 +1,136 @@
+// Listings and the file-spec methods through the host, on real temporary trees.
+#include "tests/boundary/file_tree_support.h"
+
+namespace tessel::testing {
+namespace {
+
+using host::Value;
+
+class FileListings : public FileTreeTest {};
+
+TEST_F(FileListings, FileListHasALanguageOfItsOwn) {
+  for (const char* name : {"a.TXT", "b.txt", ".hidden.txt", "notes", "old.txt.bak", "x.tx"})
+    make(std::string("list/") + name);
+  folder("list/sub.txt");
+  std::filesystem::create_symlink(at("list/b.txt"), at("list/alias.txt"));
+  std::string list = at("list");
+
+  // "*.ext": names that end in it, any letter case, dot-files left out; folders never listed.
+  EXPECT_EQ(sorted(call("tsFileList", {Value(list), Value("*.txt")})),
+            (Strings{"a.TXT", "alias.txt", "b.txt"}));
+  Strings everything{"a.TXT", "alias.txt", "b.txt", "notes", "old.txt.bak", "x.tx"};
+  for (const char* all : {"*.*", "*.*", "*", "", "ab", "abc"})
+    EXPECT_EQ(sorted(call("tsFileList", {Value(list), Value(all)})), everything) << all;
+  // Four characters or more are a file type; files without Finder information have none.
+  EXPECT_EQ(sorted(call("tsFileList", {Value(list), Value("TEXT")})), Strings{});
+  // HFS paths name the same folder; a missing folder or a file gives an empty list.
+  EXPECT_EQ(sorted(call("tsFileList", {Value(hfs("list:")), Value("*.TXT")})),
+            (Strings{"a.TXT", "alias.txt", "b.txt"}));
+  EXPECT_EQ(sorted(call("tsFileList", {Value(at("nothing")), Value("")})), Strings{});
+  EXPECT_EQ(sorted(call("tsFileList", {Value(at("list/notes")), Value("")})), Strings{});
+}
+
+TEST_F(FileListings, FileListHonoursTypesAndTheInvisibleFlag) {
+  make("typed/plain.txt");
+  make("typed/doc.txt");
+  make("typed/secret.txt");
+  if (integer("tsSetFileInfo", {Value(at("typed/doc.txt")), Value("TEXT"), Value("ttxt")}) != 1)
+    GTEST_SKIP() << "the file model keeps no Finder types here";
+  EXPECT_EQ(sorted(call("tsFileList", {Value(at("typed")), Value("TEXT")})), Strings{"doc.txt"});
+  EXPECT_EQ(sorted(call("tsFileList", {Value(at("typed")), Value("text")})), Strings{});
+  if (!setAttributes("typed/secret.txt", "h")) GTEST_SKIP() << "no invisible flag here";
+  EXPECT_EQ(sorted(call("tsFileList", {Value(at("typed")), Value("*.txt")})),
+            (Strings{"doc.txt", "plain.txt"}));
+  // The general spec ignores visibility: the invisible file is counted and deleted.
+  EXPECT_EQ(integer("tsDeleteXFiles", {Value(at("typed")), Value(".txt")}), 1);
+  EXPECT_EQ(tree("typed"), Strings{});
+}
+
+TEST_F(FileListings, FolderListListsDotlessSubfoldersAndNoFiles) {
+  folder("f/one");
+  folder("f/Two");
+  folder("f/.git");
+  folder("f/App.app/Contents/MacOS");
+  make("f/file");
+  std::filesystem::create_directory_symlink(at("f/one"), at("f/link"));
+  EXPECT_EQ(sorted(call("tsFolderList", {Value(at("f"))})), (Strings{"App.app", "Two", "one"}));
+  EXPECT_EQ(sorted(call("tsFolderList", {Value(hfs("f"))})), (Strings{"App.app", "Two", "one"}));
+  EXPECT_EQ(sorted(call("tsFolderList", {Value(at("missing"))})), Strings{});
+}
+
+TEST_F(FileListings, DeleteXFilesTakesTheGeneralSpec) {
+  for (const char* name : {"a.TXT", "b.txt", ".h.txt", "c.txt.bak", "d.doc"}) make(std::string("d/") + name);
+  make("d/sub/e.txt");
+  // "*.txt" is the type code '*.tx': nothing has it.
+  EXPECT_EQ(integer("tsDeleteXFiles", {Value(at("d")), Value("*.txt")}), 1);
+  EXPECT_EQ(tree("d").size(), 7u);
+  // ".txt": every name ending so, in any case, dot-files included; subfolders untouched.
+  EXPECT_EQ(integer("tsDeleteXFiles", {Value(hfs("d")), Value(".txt")}), 1);
+  EXPECT_EQ(tree("d"), (Strings{"c.txt.bak", "d.doc", "sub", "sub/e.txt"}));
+  for (const char* all : {"", "*.*"}) {
+    make("d/again.doc");
+    EXPECT_EQ(integer("tsDeleteXFiles", {Value(at("d") + "/"), Value(all)}), 1);
+    EXPECT_EQ(tree("d"), (Strings{"sub", "sub/e.txt"})) << all;
+  }
+  // A missing folder is no failure.
+  EXPECT_EQ(integer("tsDeleteXFiles", {Value(at("none")), Value("")}), 1);
+}
+
+TEST_F(FileListings, ConsecutiveMatchesAreAllDeleted) {
+  for (int i = 0; i < 60; ++i) make("many/f" + std::to_string(i) + ".tmp");
+  make("many/keep.doc");
+  EXPECT_EQ(integer("tsDeleteXFiles", {Value(at("many")), Value(".tmp")}), 1);
+  EXPECT_EQ(tree("many"), Strings{"keep.doc"});
+}
+
+TEST_F(FileListings, DeletingALockedFileFails) {
+  make("locked/a.tmp");
+  make("locked/b.tmp");
+  if (!setAttributes("locked/a.tmp", "r")) GTEST_SKIP() << "no locks here";
+  EXPECT_EQ(integer("tsDeleteXFiles", {Value(at("locked")), Value(".tmp")}), 0);
+  EXPECT_EQ(tree("locked"), Strings{"a.tmp"});  // the others still went
+  setAttributes("locked/a.tmp", "");
+}
+
+TEST_F(FileListings, XDeleteEmptiesTheTreeAndRemovesEmptiedFolders) {
+  make("x/a.tmp");
+  make("x/keep.doc");
+  make("x/only/b.TMP");
+  make("x/only/deeper/c.tmp");
+  make("x/mixed/d.tmp");
+  make("x/mixed/e.doc");
+  make("outside/precious.tmp");
+  std::filesystem::create_directory_symlink(at("outside"), at("x/link"));
+  EXPECT_EQ(integer("tsXDelete", {Value(at("x")), Value(".tmp")}), 1);
+  // The link is a file that does not match; what it points to is not entered.
+  EXPECT_EQ(tree("x"), (Strings{"keep.doc", "link", "mixed", "mixed/e.doc"}));
+  EXPECT_TRUE(exists("outside/precious.tmp"));
+  // Everything matches: the start folder goes too, the link with it, never its target.
+  EXPECT_EQ(integer("tsXDelete", {Value(hfs("x") + ":"), Value("")}), 1);
+  EXPECT_FALSE(exists("x"));
+  EXPECT_TRUE(exists("outside/precious.tmp"));
+  EXPECT_EQ(integer("tsXDelete", {Value(at("x")), Value("")}), 1);
+}
+
+TEST_F(FileListings, FolderSizeCountsDecimalKilobytes) {
+  make("s/a.dat", std::string(1500, 'a'));
+  make("s/b.dat", std::string(600, 'b'));
+  make("s/c.txt", std::string(999, 'c'));
+  make("s/.hidden/d.dat", std::string(3000, 'd'));
+  make("s/App.app/Contents/MacOS/app", std::string(4000, 'e'));
+  make("outside/big.dat", std::string(100000, 'f'));
+  std::filesystem::create_directory_symlink(at("outside"), at("s/link"));
+  EXPECT_EQ(integer("tsFolderSize", {Value(at("s")), Value(""), Value(0)}), 3);   // 3099 bytes
+  EXPECT_EQ(integer("tsFolderSize", {Value(at("s")), Value(".dat"), Value(0)}), 2);
+  // The whole tree: hidden folders and bundles count, links are not followed.
+  int32_t linkBytes = static_cast<int32_t>(at("outside").size());
+  EXPECT_EQ(integer("tsFolderSize", {Value(hfs("s")), Value(""), Value(1)}),
+            (3099 + 3000 + 4000 + linkBytes) / 1000);
+  EXPECT_EQ(integer("tsFolderSize", {Value(at("s")), Value(".dat"), Value(1)}), 5);
+  EXPECT_EQ(integer("tsFolderSize", {Value(at("missing")), Value(""), Value(1)}), 0);
+  folder("empty");
+  EXPECT_EQ(integer("tsFolderSize", {Value(at("empty")), Value(""), Value(1)}), 0);
+}
+
+}  // namespace
+}  // namespace tessel::testing

@@ -27,24 +27,24 @@ platform::PromptSpec promptSpec(std::string_view caption, std::string_view instr
 
 }  // namespace
 
-platform::KeyAction promptKeyAction(int32_t flags, const platform::PromptKey& key,
+platform::EntryKeyAction promptKeyAction(int32_t flags, const platform::PromptKey& key,
                                     bool fieldEmpty) {
-  using platform::KeyAction;
+  using platform::EntryKeyAction;
   const uint32_t c = key.character;
   if (c == 13 || c == 3)
-    return (flags & kPromptRequireInput) && fieldEmpty ? KeyAction::Consume : KeyAction::Accept;
+    return (flags & kPromptRequireInput) && fieldEmpty ? EntryKeyAction::Consume : EntryKeyAction::Accept;
   if (key.command) {
-    if (c == 'v' || c == 'V') return KeyAction::Paste;
-    if (c == 'c' || c == 'C') return KeyAction::Copy;
-    if (c == 'x' || c == 'X') return KeyAction::Cut;
+    if (c == 'v' || c == 'V') return EntryKeyAction::Paste;
+    if (c == 'c' || c == 'C') return EntryKeyAction::Copy;
+    if (c == 'x' || c == 'X') return EntryKeyAction::Cut;
   }
-  if (c == 27) return KeyAction::Cancel;
-  if (c == ' ' && (flags & kPromptNoSpaces)) return KeyAction::Consume;
+  if (c == 27) return EntryKeyAction::Cancel;
+  if (c == ' ' && (flags & kPromptNoSpaces)) return EntryKeyAction::Consume;
   if (flags & kPromptNumbersOnly) {
     const bool accepted = (c >= '0' && c <= '9') || (c >= 28 && c <= 31) || c == 8 || c == 9;
-    return accepted ? KeyAction::Standard : KeyAction::Consume;
+    return accepted ? EntryKeyAction::Standard : EntryKeyAction::Consume;
   }
-  return KeyAction::Standard;
+  return EntryKeyAction::Standard;
 }
 
 std::string prompt(std::string_view caption, std::string_view instruction,

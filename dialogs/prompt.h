@@ -17,7 +17,7 @@ inline constexpr int32_t kPromptRequireInput = 8;
 
 // What a key does in a prompt field, decided before the field sees it: Return and Enter, then
 // the clipboard keys (never filtered), Escape, the space rule and the numbers-only rule.
-platform::KeyAction promptKeyAction(int32_t flags, const platform::PromptKey& key,
+platform::EntryKeyAction promptKeyAction(int32_t flags, const platform::PromptKey& key,
                                     bool fieldEmpty);
 
 std::string prompt(std::string_view caption, std::string_view instruction,

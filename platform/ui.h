@@ -66,7 +66,7 @@ struct PromptKey {
   uint32_t character = 0;
   bool command = false;
 };
-enum class KeyAction { Standard, Consume, Accept, Cancel, Paste, Copy, Cut };
+enum class EntryKeyAction { Standard, Consume, Accept, Cancel, Paste, Copy, Cut };
 
 struct PromptField {
   std::string caption, text;
@@ -77,7 +77,7 @@ struct PromptSpec {
   std::vector<PromptField> fields;  // the first one has the focus, its text selected
   bool requireInput = false;        // OK dimmed while the first field is empty
   // Runs before the field's own handling of every key; the text is the focused field's.
-  std::function<KeyAction(const PromptKey&, const std::string& text)> filter;
+  std::function<EntryKeyAction(const PromptKey&, const std::string& text)> filter;
   int32_t width = 260, height = 109;
   WindowPlace place;
 };

@@ -441,23 +441,23 @@ class GtkUiService final : public UiService {
             if (e == focus) entry = e;
           const std::string text = gtk_entry_get_text(GTK_ENTRY(r->entries.front()));
           switch (r->spec->filter(key, text)) {
-            case KeyAction::Standard: return FALSE;
-            case KeyAction::Consume: return TRUE;
-            case KeyAction::Accept:
+            case EntryKeyAction::Standard: return FALSE;
+            case EntryKeyAction::Consume: return TRUE;
+            case EntryKeyAction::Accept:
               r->accepted = true;
               r->done = true;
               return TRUE;
-            case KeyAction::Cancel:
+            case EntryKeyAction::Cancel:
               r->accepted = false;
               r->done = true;
               return TRUE;
-            case KeyAction::Paste:
+            case EntryKeyAction::Paste:
               gtk_editable_paste_clipboard(GTK_EDITABLE(entry));
               return TRUE;
-            case KeyAction::Copy:
+            case EntryKeyAction::Copy:
               gtk_editable_copy_clipboard(GTK_EDITABLE(entry));
               return TRUE;
-            case KeyAction::Cut:
+            case EntryKeyAction::Cut:
               gtk_editable_cut_clipboard(GTK_EDITABLE(entry));
               return TRUE;
           }

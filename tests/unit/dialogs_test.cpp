@@ -12,7 +12,7 @@ namespace tessel {
 namespace {
 
 using platform::DialogIcon;
-using platform::KeyAction;
+using platform::EntryKeyAction;
 using testing::FakeDesktop;
 
 TEST(MessageBoxes, ButtonSetsCaptionsAndTheNamesTheyAnswer) {
@@ -186,28 +186,28 @@ TEST(PromptFilter, KeysInTheirOrder) {
       left{28}, backspace{8}, tab{9}, pasteKey{'v', true}, copyKey{'C', true}, cutKey{'x', true},
       selectAll{'a', true}, forwardDelete{127};
   // Return and Enter: accept, unless input is required and the field is empty.
-  EXPECT_EQ(promptKeyAction(0, ret, true), KeyAction::Accept);
-  EXPECT_EQ(promptKeyAction(8, ret, true), KeyAction::Consume);
-  EXPECT_EQ(promptKeyAction(8, enter, true), KeyAction::Consume);
-  EXPECT_EQ(promptKeyAction(8, enter, false), KeyAction::Accept);
+  EXPECT_EQ(promptKeyAction(0, ret, true), EntryKeyAction::Accept);
+  EXPECT_EQ(promptKeyAction(8, ret, true), EntryKeyAction::Consume);
+  EXPECT_EQ(promptKeyAction(8, enter, true), EntryKeyAction::Consume);
+  EXPECT_EQ(promptKeyAction(8, enter, false), EntryKeyAction::Accept);
   // The clipboard keys come before every flag, so a paste reaches a numbers-only field.
-  EXPECT_EQ(promptKeyAction(1 | 4, pasteKey, false), KeyAction::Paste);
-  EXPECT_EQ(promptKeyAction(1, copyKey, false), KeyAction::Copy);
-  EXPECT_EQ(promptKeyAction(1, cutKey, false), KeyAction::Cut);
-  EXPECT_EQ(promptKeyAction(1, esc, false), KeyAction::Cancel);
-  EXPECT_EQ(promptKeyAction(0, esc, false), KeyAction::Cancel);
+  EXPECT_EQ(promptKeyAction(1 | 4, pasteKey, false), EntryKeyAction::Paste);
+  EXPECT_EQ(promptKeyAction(1, copyKey, false), EntryKeyAction::Copy);
+  EXPECT_EQ(promptKeyAction(1, cutKey, false), EntryKeyAction::Cut);
+  EXPECT_EQ(promptKeyAction(1, esc, false), EntryKeyAction::Cancel);
+  EXPECT_EQ(promptKeyAction(0, esc, false), EntryKeyAction::Cancel);
   // No spaces, with or without other flags.
-  EXPECT_EQ(promptKeyAction(4, space, false), KeyAction::Consume);
-  EXPECT_EQ(promptKeyAction(4 | 2, space, false), KeyAction::Consume);
-  EXPECT_EQ(promptKeyAction(0, space, false), KeyAction::Standard);
+  EXPECT_EQ(promptKeyAction(4, space, false), EntryKeyAction::Consume);
+  EXPECT_EQ(promptKeyAction(4 | 2, space, false), EntryKeyAction::Consume);
+  EXPECT_EQ(promptKeyAction(0, space, false), EntryKeyAction::Standard);
   // Numbers only: digits, arrows, Backspace and Tab; everything else is swallowed.
   for (auto key : {digit, left, backspace, tab})
-    EXPECT_EQ(promptKeyAction(1, key, false), KeyAction::Standard) << key.character;
+    EXPECT_EQ(promptKeyAction(1, key, false), EntryKeyAction::Standard) << key.character;
   for (auto key : {letter, space, selectAll, forwardDelete})
-    EXPECT_EQ(promptKeyAction(1 | 2, key, false), KeyAction::Consume) << key.character;
-  EXPECT_EQ(promptKeyAction(2, letter, false), KeyAction::Standard);
+    EXPECT_EQ(promptKeyAction(1 | 2, key, false), EntryKeyAction::Consume) << key.character;
+  EXPECT_EQ(promptKeyAction(2, letter, false), EntryKeyAction::Standard);
   // Only the low byte of Flags counts.
-  EXPECT_EQ(promptKeyAction(0x100, letter, false), KeyAction::Standard);
+  EXPECT_EQ(promptKeyAction(0x100, letter, false), EntryKeyAction::Standard);
 }
 
 TEST(Prompt, FieldsPlacesAndResults) {
@@ -225,7 +225,7 @@ TEST(Prompt, FieldsPlacesAndResults) {
   EXPECT_EQ(spec.place.x, (1001 - 260) / 2);
   EXPECT_EQ(spec.place.y, (601 - 109) / 2);
   // The filter it carries is the flags' filter.
-  EXPECT_EQ(spec.filter({13, false}, ""), KeyAction::Consume);
+  EXPECT_EQ(spec.filter({13, false}, ""), EntryKeyAction::Consume);
 
   desktop.ui->promptAnswers.push_back(std::nullopt);
   EXPECT_EQ(dialogs::prompt("", "", "typed", 0, 0, 0), "");

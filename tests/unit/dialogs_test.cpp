@@ -13,10 +13,10 @@ namespace {
 
 using platform::DialogIcon;
 using platform::EntryKeyAction;
-using testing::FakeDesktop;
+using testing::FakeDialogSession;
 
 TEST(MessageBoxes, ButtonSetsCaptionsAndTheNamesTheyAnswer) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   dialogs::msgBoxButtons("", "", "", "", "", "", "");
   struct Case {
     const char* buttons;
@@ -47,7 +47,7 @@ TEST(MessageBoxes, ButtonSetsCaptionsAndTheNamesTheyAnswer) {
 }
 
 TEST(MessageBoxes, NamesCarryOverAndReturnGoesToTheDefaultNumber) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   desktop.ui->alertAnswers = {1, 1, 2, 4};
   dialogs::msgBox("", "", "YesNo", "", 0);
   // An unknown set shows one OK button but answers the name the last known set left.
@@ -61,7 +61,7 @@ TEST(MessageBoxes, NamesCarryOverAndReturnGoesToTheDefaultNumber) {
 }
 
 TEST(MessageBoxes, ReplacementCaptionsShowButTheStandardNamesAnswer) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   dialogs::msgBoxButtons("", "", "Oui", "Non", "", "", "ThisCaptionIsLongerThan23Bytes");
   desktop.ui->alertAnswers = {2, 1};
   EXPECT_EQ(dialogs::msgBox("", "", "YesNo", "", 0), "No");
@@ -72,7 +72,7 @@ TEST(MessageBoxes, ReplacementCaptionsShowButTheStandardNamesAnswer) {
 }
 
 TEST(MessageBoxes, IconWordsAndTitle) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   const std::pair<const char*, DialogIcon> icons[] = {
       {"note", DialogIcon::Note},       {"Question", DialogIcon::Note},
       {"INFORMATION", DialogIcon::Note}, {"caution", DialogIcon::Caution},
@@ -87,7 +87,7 @@ TEST(MessageBoxes, IconWordsAndTitle) {
 }
 
 TEST(MessageBoxes, WithoutADisplayEveryBoxAnswersAtOnceWithoutABracket) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   desktop.ui->display = false;
   EXPECT_EQ(dialogs::msgBox("m", "c", "OKCancel", "Stop", 1), "");
   EXPECT_EQ(dialogs::msgBoxEx({.msg = "m", .button1 = "A"}), "");
@@ -99,7 +99,7 @@ TEST(MessageBoxes, WithoutADisplayEveryBoxAnswersAtOnceWithoutABracket) {
 }
 
 TEST(CustomBox, LayoutFollowsTheTextAndTheIcon) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   desktop.ui->measure = {3, 15};  // three lines of 15 pixels: text bottom 70
   dialogs::MsgBoxExOptions o{.msg = "a\rb", .button1 = "One", .button2 = "Two",
                              .xPos = 10, .yPos = 20};
@@ -142,7 +142,7 @@ TEST(CustomBox, LayoutFollowsTheTextAndTheIcon) {
 }
 
 TEST(CustomBox, AlignmentFontAndTheCancelButton) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   auto align = [](const char* word) {
     return dialogs::customBoxLayout({.alignment = word}).align;
   };
@@ -211,7 +211,7 @@ TEST(PromptFilter, KeysInTheirOrder) {
 }
 
 TEST(Prompt, FieldsPlacesAndResults) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   desktop.ui->screen = {1001, 601};
   desktop.ui->promptAnswers.push_back(std::vector<std::string>{std::string(300, 'z')});
   EXPECT_EQ(dialogs::prompt("Cap", "Say", std::string(300, 'd'), 2 | 0x108, -5, 99),
@@ -265,7 +265,7 @@ TEST(Selectors, FilterForms) {
 }
 
 TEST(Selectors, ChoicesComeBackInTheCurrentStyle) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   paths::setReturnUnixNames(true);
   desktop.ui->chooserAnswers = {{"/tmp"}, {"/etc/hostname", "/etc/passwd"}, {}};
   EXPECT_EQ(dialogs::getFolder("/nonexistent/folder", "Pick", 0, "", -1, 0), "/tmp/");
@@ -300,7 +300,7 @@ TEST(Selectors, ChoicesComeBackInTheCurrentStyle) {
 }
 
 TEST(Selectors, DiskListPreselectsTheStartupVolume) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   paths::setReturnUnixNames(true);
   desktop.ui->listAnswers = {0};
   EXPECT_EQ(dialogs::getDisk("", "Which?", 0, -1, 0), "/");

@@ -122,15 +122,15 @@ class FakeHooks final : public platform::HostHooks {
 };
 
 // Installs both fakes for one test and takes them out again.
-class FakeDesktop {
+class FakeDialogSession {
  public:
-  FakeDesktop() {
+  FakeDialogSession() {
     auto fake = std::make_unique<FakeUi>();
     ui = fake.get();
     previous_ = platform::setUiService(std::move(fake));
     platform::setHostHooks(&hooks);
   }
-  ~FakeDesktop() {
+  ~FakeDialogSession() {
     platform::setHostHooks(nullptr);
     platform::setUiService(std::move(previous_));
   }

@@ -8,10 +8,10 @@ namespace tessel {
 namespace {
 
 using files::ProgressRun;
-using testing::FakeDesktop;
+using testing::FakeDialogSession;
 
 TEST(ProgressRun, PercentOfTheWholeJobAndTheHandlerFilter) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   ProgressRun run("Copying", "Stop", files::kProgressCallLingo, 4 * 64512.0);
   EXPECT_TRUE(run.beginFile("a.bin", 2 * 64512));  // value 0: not reported
   EXPECT_TRUE(run.block(64512));                     // 25
@@ -32,7 +32,7 @@ TEST(ProgressRun, PercentOfTheWholeJobAndTheHandlerFilter) {
 }
 
 TEST(ProgressRun, KilobytesTruncatedAndNeverBeyondTheTotal) {
-  FakeDesktop desktop;
+  FakeDialogSession desktop;
   ProgressRun run("", "", files::kProgressCallLingo | files::kProgressKilobytes | 8, 150000);
   run.beginFile("f", 150000);
   run.block(999);     // 0 kB: not reported
@@ -52,7 +52,7 @@ TEST(ProgressRun, KilobytesTruncatedAndNeverBeyondTheTotal) {
 
 TEST(ProgressRun, ButtonOrHandlerCancels) {
   {
-    FakeDesktop desktop;
+    FakeDialogSession desktop;
     desktop.ui->progress.cancelAtPoll = 3;  // the poll after the second block
     ProgressRun run("", "", 0, 1000000);
     EXPECT_TRUE(run.beginFile("f", 1000000));
@@ -66,7 +66,7 @@ TEST(ProgressRun, ButtonOrHandlerCancels) {
     EXPECT_EQ(desktop.ui->pausedMs, 0);
   }
   {
-    FakeDesktop desktop;
+    FakeDialogSession desktop;
     desktop.hooks.cancelAtCall = 1;
     ProgressRun run("", "", files::kProgressCallLingo | files::kProgressNoWindow, 100);
     EXPECT_TRUE(run.beginFile("f", 100));
@@ -76,7 +76,7 @@ TEST(ProgressRun, ButtonOrHandlerCancels) {
   }
   {
     // No display: the copy runs without a window and still calls the handler.
-    FakeDesktop desktop;
+    FakeDialogSession desktop;
     desktop.ui->display = false;
     ProgressRun run("", "", files::kProgressCallLingo, 0);
     run.openWindow();

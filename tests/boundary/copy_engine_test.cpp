@@ -95,6 +95,7 @@ TEST_F(CopyEngine, AFailedCopyLeavesTheDestinationAsItWas) {
 TEST_F(CopyEngine, OnlyAPlusReplacesALockedDestination) {
   make("src.txt", "new");
   make("dst.txt", "old");
+  age("dst.txt", 200);  // older, so that IfNewer goes as far as the copy
   if (!setAttributes("dst.txt", "r")) GTEST_SKIP() << "no locks here";
   EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), ""), 4);
   EXPECT_EQ(copy(at("src.txt"), at("dst.txt"), "IfNewer"), 4);

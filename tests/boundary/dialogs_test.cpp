@@ -362,10 +362,14 @@ TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
   movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) { return Value(1); };
   EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/b.bin", "", "T", "B", 24}), 9);
 
-  // The window's Escape cancels.
-  movie_.handlers.erase("tsCopyProgressUpdate");
+  // The window's Escape cancels. A handler that takes its time (100 percent steps of 30 ms) keeps
+  // the copy going long enough for the key to arrive on a fast disk.
+  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    return Value();
+  };
   const std::string huge = dir.file("huge.bin", std::string(64 << 20, 'y')).string();
-  Value v = answer("tsCopyFileProgress", {huge, dir.str() + "/c.bin", "", "Copying", "Stop", 0},
+  Value v = answer("tsCopyFileProgress", {huge, dir.str() + "/c.bin", "", "Copying", "Stop", 16},
                    [&](unsigned long) {
                      screenshot("progress-copy");
                      keys("Escape");

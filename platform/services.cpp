@@ -1,17 +1,39 @@
-// The installed platform services: the Linux backends, created on first use, unless a test has
-// put fakes in their place. One thread only (the host's), so no locking.
+// The installed platform services: each is the Linux backend, created on first use, unless a
+// test has put a fake in its place. One thread only (the host's), so no locking.
+#include "platform/clipboard.h"
 #include "platform/desktop.h"
+#include "platform/displays.h"
+#include "platform/environment.h"
 #include "platform/files.h"
 #include "platform/folders.h"
+#include "platform/kiosk.h"
+#include "platform/launcher.h"
+#include "platform/sound.h"
 #include "platform/ui.h"
 #include "platform/volumes.h"
 
 namespace tessel::platform {
 namespace {
 
-std::unique_ptr<VolumeService>& volumeSlot() {
-  static std::unique_ptr<VolumeService> slot;
-  return slot;
+// One slot per service interface.
+template <typename Service>
+std::unique_ptr<Service>& slot() {
+  static std::unique_ptr<Service> installed;
+  return installed;
+}
+
+template <typename Service>
+Service& installed(std::unique_ptr<Service> (*make)()) {
+  auto& s = slot<Service>();
+  if (!s) s = make();
+  return *s;
+}
+
+template <typename Service>
+std::unique_ptr<Service> replace(std::unique_ptr<Service> service) {
+  auto previous = std::move(slot<Service>());
+  slot<Service>() = std::move(service);
+  return previous;
 }
 
 uint64_t& volumeSerial() {
@@ -19,103 +41,69 @@ uint64_t& volumeSerial() {
   return serial;
 }
 
-std::unique_ptr<FolderService>& folderSlot() {
-  static std::unique_ptr<FolderService> slot;
-  return slot;
-}
-
-std::unique_ptr<FileService>& fileSlot() {
-  static std::unique_ptr<FileService> slot;
-  return slot;
-}
-
-std::unique_ptr<DesktopService>& desktopSlot() {
-  static std::unique_ptr<DesktopService> slot;
-  return slot;
+HostHooks*& hooksSlot() {
+  static HostHooks* hooks = nullptr;
+  return hooks;
 }
 
 }  // namespace
 
-VolumeService& volumeService() {
-  auto& slot = volumeSlot();
-  if (!slot) slot = makeLinuxVolumeService();
-  return *slot;
-}
-
+VolumeService& volumeService() { return installed(makeLinuxVolumeService); }
 std::unique_ptr<VolumeService> setVolumeService(std::unique_ptr<VolumeService> service) {
   ++volumeSerial();
-  auto previous = std::move(volumeSlot());
-  volumeSlot() = std::move(service);
-  return previous;
+  return replace(std::move(service));
 }
-
 uint64_t volumeServiceSerial() { return volumeSerial(); }
 
-FolderService& folderService() {
-  auto& slot = folderSlot();
-  if (!slot) slot = makeLinuxFolderService();
-  return *slot;
-}
-
+FolderService& folderService() { return installed(makeLinuxFolderService); }
 std::unique_ptr<FolderService> setFolderService(std::unique_ptr<FolderService> service) {
-  auto previous = std::move(folderSlot());
-  folderSlot() = std::move(service);
-  return previous;
+  return replace(std::move(service));
 }
 
-FileService& fileService() {
-  auto& slot = fileSlot();
-  if (!slot) slot = makeLinuxFileService();
-  return *slot;
-}
-
+FileService& fileService() { return installed(makeLinuxFileService); }
 std::unique_ptr<FileService> setFileService(std::unique_ptr<FileService> service) {
-  auto previous = std::move(fileSlot());
-  fileSlot() = std::move(service);
-  return previous;
+  return replace(std::move(service));
 }
 
-DesktopService& desktopService() {
-  auto& slot = desktopSlot();
-  if (!slot) slot = makeLinuxDesktopService();
-  return *slot;
+EnvironmentService& environmentService() { return installed(makeLinuxEnvironmentService); }
+std::unique_ptr<EnvironmentService> setEnvironmentService(
+    std::unique_ptr<EnvironmentService> service) {
+  return replace(std::move(service));
 }
 
+LauncherService& launcherService() { return installed(makeLinuxLauncherService); }
+std::unique_ptr<LauncherService> setLauncherService(std::unique_ptr<LauncherService> service) {
+  return replace(std::move(service));
+}
+
+DisplayService& displayService() { return installed(makeLinuxDisplayService); }
+std::unique_ptr<DisplayService> setDisplayService(std::unique_ptr<DisplayService> service) {
+  return replace(std::move(service));
+}
+
+ClipboardService& clipboardService() { return installed(makeLinuxClipboardService); }
+std::unique_ptr<ClipboardService> setClipboardService(std::unique_ptr<ClipboardService> service) {
+  return replace(std::move(service));
+}
+
+SoundService& soundService() { return installed(makeLinuxSoundService); }
+std::unique_ptr<SoundService> setSoundService(std::unique_ptr<SoundService> service) {
+  return replace(std::move(service));
+}
+
+KioskService& kioskService() { return installed(makeLinuxKioskService); }
+std::unique_ptr<KioskService> setKioskService(std::unique_ptr<KioskService> service) {
+  return replace(std::move(service));
+}
+
+DesktopService& desktopService() { return installed(makeLinuxDesktopService); }
 std::unique_ptr<DesktopService> setDesktopService(std::unique_ptr<DesktopService> service) {
-  auto previous = std::move(desktopSlot());
-  desktopSlot() = std::move(service);
-  return previous;
+  return replace(std::move(service));
 }
 
-}  // namespace tessel::platform
-
-// ---- The desktop's windows and the host's hooks ----------------------------------------------------
-
-namespace tessel::platform {
-namespace {
-
-std::unique_ptr<UiService>& uiSlot() {
-  static std::unique_ptr<UiService> slot;
-  return slot;
-}
-
-HostHooks*& hooksSlot() {
-  static HostHooks* slot = nullptr;
-  return slot;
-}
-
-}  // namespace
-
-UiService& uiService() {
-  auto& slot = uiSlot();
-  if (!slot) slot = makeGtkUiService();
-  return *slot;
-}
-
+UiService& uiService() { return installed(makeGtkUiService); }
 std::unique_ptr<UiService> setUiService(std::unique_ptr<UiService> service) {
-  auto previous = std::move(uiSlot());
-  uiSlot() = std::move(service);
-  return previous;
+  return replace(std::move(service));
 }
 
 HostHooks& hostHooks() {

@@ -175,7 +175,7 @@ double flatSize(const WalkFolder& folder, const FileSpec& spec) {
     native = folder.native;
     native += entry.name;
     if (!fileMatches(spec, native, entry.name)) continue;
-    total += static_cast<double>(sizes[i] + service.resourceForkSize(native));
+    total += static_cast<double>(sizes[i] + (entry.companion ? service.resourceForkSize(native) : 0));
   }
   return total;
 }
@@ -221,14 +221,13 @@ std::vector<std::string> fileList(std::string_view folder, std::string_view type
   std::vector<FolderEntry> entries;
   if (!at || !snapshot(*at, entries)) return names;
   FileSpec spec = classifyListType(type);
-  auto& service = fileService();
   std::string native;
   for (const FolderEntry& entry : entries) {
     if (!isFileItem(entry.kind) || entry.name.starts_with('.')) continue;
     native = at->native;
     native += entry.name;
     if (spec.mode == FileSpec::Mode::Extension && !specMatches(spec, entry.name, nullptr)) continue;
-    if (service.isHidden(native)) continue;
+    if (entry.hidden) continue;
     if (spec.mode == FileSpec::Mode::TypeCode && !fileMatches(spec, native, entry.name)) continue;
     names.push_back(boundedName(entry.name));
   }

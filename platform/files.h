@@ -73,6 +73,9 @@ struct FolderEntry {
   // The item has a "._name" companion (a resource fork); without one resourceForkSize() is 0,
   // so a walk need not ask.
   bool companion = false;
+  // Invisible: a "." name, or one the folder's ".hidden" list names (the list read once per
+  // listing, so a walk need not ask isHidden() item by item).
+  bool hidden = false;
 };
 
 // Called after each block a copy moves, with the bytes copied so far; false cancels the copy.

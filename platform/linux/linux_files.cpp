@@ -492,7 +492,16 @@ class LinuxFileService final : public FileService {
     if (!ok) error_ = errno;
     ::closedir(dir);
     if (ok && companions) dropCompanions(entries);
+    if (ok) markHidden(trimmed(path), entries);
     return ok;
+  }
+
+  void markHidden(const std::string& folder, std::vector<FolderEntry>& entries) {
+    std::unordered_set<std::string_view> listed;
+    if (const std::vector<std::string>* names = hiddenLists_.namesOf(folder))
+      listed.insert(names->begin(), names->end());
+    for (FolderEntry& e : entries)
+      e.hidden = (!e.name.empty() && e.name[0] == '.') || listed.count(e.name) != 0;
   }
 
   // "._name" beside "name" is name's companion, not an item of its own; a companion whose item

@@ -177,7 +177,9 @@ class FakeFileService final : public FileService {
     if (n->kind != FileKind::Folder) return refuse(ENOTDIR);
     for (const std::string& child : children(clean(path))) {
       const Node& item = nodes_[child];
-      entries.push_back({child.substr(child.find_last_of('/') + 1), item.kind, !item.fork.empty()});
+      std::string name = child.substr(child.find_last_of('/') + 1);
+      bool hidden = name[0] == '.' || hiddenListed.count(child) != 0;
+      entries.push_back({std::move(name), item.kind, !item.fork.empty(), hidden});
     }
     return true;
   }

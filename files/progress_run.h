@@ -2,6 +2,7 @@
 // engine drives it through the CopyObserver calls.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -50,6 +51,8 @@ class ProgressRun final : public CopyObserver {
   int32_t flags_;
   double total_, done_ = 0;
   int32_t lastReported_ = 0;
+  int32_t shownPercent_ = -1;
+  std::chrono::steady_clock::time_point lastPoll_{};
   bool cancelled_ = false;
   std::optional<platform::WindowBracket> bracket_;
   std::unique_ptr<platform::ProgressWindow> window_;

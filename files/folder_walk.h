@@ -37,7 +37,7 @@ bool isFileItem(platform::FileKind kind);
 // The folder's items, one pass; false when it cannot be read.
 bool snapshot(const WalkFolder& folder, std::vector<platform::FolderEntry>& entries);
 
-// Whether the file at `native` passes the spec (its Finder type is read only for type codes).
+// Whether the file at `native` passes the FileSpec (its Finder type is read only for type codes).
 bool fileMatches(const FileSpec& spec, const std::string& native, std::string_view name);
 
 // The folder and its subfolders, breadth-first, root first, in listing order. Folders whose

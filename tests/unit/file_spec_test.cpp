@@ -23,7 +23,7 @@ TEST(FileSpec, GeneralLanguageClassifiesByFirstCharacterAndLength) {
 TEST(FileSpec, ExtensionsCompareIgnoringAsciiCaseOnly) {
   FileSpec txt = classifyFileSpec(".txt");
   EXPECT_TRUE(specMatches(txt, "a.TXT", nullptr));
-  EXPECT_TRUE(specMatches(txt, ".txt", nullptr));  // as long as the spec will do
+  EXPECT_TRUE(specMatches(txt, ".txt", nullptr));  // as long as the FileSpec will do
   EXPECT_FALSE(specMatches(txt, "txt", nullptr));
   EXPECT_FALSE(specMatches(txt, "a.txt.bak", nullptr));
   // Bytes beyond ASCII are compared as they are.

@@ -33,6 +33,24 @@ void runUntil(const bool& done) {
   while (!done) gtk_main_iteration_do(TRUE);
 }
 
+// Shows a button pressed for 8 ticks (133 ms), drawing meanwhile, so that a choice made from the
+// keyboard is seen on the button it stands for.
+void flashButton(GtkWidget* button) {
+  if (button == nullptr || !gtk_widget_get_mapped(button)) return;
+  gtk_widget_set_state_flags(button, GTK_STATE_FLAG_ACTIVE, FALSE);
+  bool over = false;
+  g_timeout_add(
+      8 * 1000 / 60,
+      +[](gpointer data) -> gboolean {
+        *static_cast<bool*>(data) = true;
+        return G_SOURCE_REMOVE;
+      },
+      &over);
+  runUntil(over);
+  gtk_widget_unset_state_flags(button, GTK_STATE_FLAG_ACTIVE);
+  drainEvents();
+}
+
 // Places the client area's top-left corner, or leaves the window to the window manager.
 void placeWindow(GtkWindow* window, const WindowPlace& place, bool centreByDefault) {
   if (place.systemDefault) {
@@ -136,6 +154,7 @@ class GtkProgress final : public ProgressWindow {
     gtk_widget_set_size_request(bar_, 224, 14);
     gtk_fixed_put(GTK_FIXED(fixed), bar_, 15, barTop);
     GtkWidget* button = gtk_button_new_with_label(spec.buttonText.c_str());
+    button_ = button;
     gtk_widget_set_size_request(button, 90, 28);
     gtk_fixed_put(GTK_FIXED(fixed), button, (spec.layout & 1) ? (kWidth - 90) / 2 : 149, 62);
     g_signal_connect(button, "clicked", G_CALLBACK(+[](GtkButton*, gpointer self) {
@@ -145,7 +164,9 @@ class GtkProgress final : public ProgressWindow {
     g_signal_connect(window_, "key-press-event",
                      G_CALLBACK(+[](GtkWidget*, GdkEventKey* event, gpointer self) -> gboolean {
                        if (event->keyval != GDK_KEY_Escape) return FALSE;
-                       static_cast<GtkProgress*>(self)->cancelled_ = true;
+                       auto* progress = static_cast<GtkProgress*>(self);
+                       if (!progress->cancelled_) flashButton(progress->button_);
+                       progress->cancelled_ = true;
                        return TRUE;
                      }),
                      this);
@@ -175,6 +196,7 @@ class GtkProgress final : public ProgressWindow {
   GtkWidget* window_ = nullptr;
   GtkWidget* name_ = nullptr;
   GtkWidget* bar_ = nullptr;
+  GtkWidget* button_ = nullptr;
   bool cancelled_ = false;
 };
 
@@ -402,7 +424,7 @@ class GtkUiService final : public UiService {
       gtk_box_pack_start(GTK_BOX(content), entry, FALSE, FALSE, 0);
       run.entries.push_back(entry);
     }
-    gtk_dialog_add_button(GTK_DIALOG(dialog), "Cancel", 2);
+    GtkWidget* cancel = gtk_dialog_add_button(GTK_DIALOG(dialog), "Cancel", 2);
     run.ok = gtk_dialog_add_button(GTK_DIALOG(dialog), "OK", 1);
 
     auto update = +[](GtkEditable*, gpointer data) {
@@ -476,6 +498,8 @@ class GtkUiService final : public UiService {
       result.emplace();
       for (GtkWidget* entry : run.entries) result->push_back(gtk_entry_get_text(GTK_ENTRY(entry)));
     }
+    // The entries are read first, so keys typed during the flash change nothing.
+    flashButton(run.accepted ? run.ok : cancel);
     destroyAndFlush(dialog);
     return result;
   }

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <future>
 #include <iostream>
+#include <mutex>
 #include <sstream>
 #include <thread>
 
@@ -165,6 +166,66 @@ void screenshot(const std::string& name) {
     }
   });
   std::cout << "screenshot: " << path << std::endl;
+}
+
+namespace {
+
+struct PressLog {
+  std::mutex mutex;
+  std::vector<ButtonPresses::Press> presses;
+  std::vector<std::chrono::steady_clock::time_point> downAt;
+};
+PressLog& pressLog() {
+  static PressLog log;
+  return log;
+}
+
+// Runs on the GTK thread for every widget whose state flags change.
+gboolean notePress(GSignalInvocationHint*, guint count, const GValue* values, gpointer) {
+  if (count < 2) return TRUE;
+  auto* widget = static_cast<GtkWidget*>(g_value_get_object(&values[0]));
+  if (!GTK_IS_BUTTON(widget) || gtk_button_get_label(GTK_BUTTON(widget)) == nullptr) return TRUE;
+  const bool was = (g_value_get_flags(&values[1]) & GTK_STATE_FLAG_ACTIVE) != 0;
+  const bool is = (gtk_widget_get_state_flags(widget) & GTK_STATE_FLAG_ACTIVE) != 0;
+  if (was == is) return TRUE;
+  PressLog& log = pressLog();
+  std::lock_guard lock(log.mutex);
+  const auto now = std::chrono::steady_clock::now();
+  if (is) {
+    log.presses.push_back({gtk_button_get_label(GTK_BUTTON(widget)), -1});
+    log.downAt.push_back(now);
+    return TRUE;
+  }
+  const std::string label = gtk_button_get_label(GTK_BUTTON(widget));
+  for (size_t i = log.presses.size(); i-- > 0;)
+    if (log.presses[i].label == label && log.presses[i].heldMs < 0) {
+      log.presses[i].heldMs = std::chrono::duration<double, std::milli>(now - log.downAt[i]).count();
+      break;
+    }
+  return TRUE;
+}
+
+}  // namespace
+
+ButtonPresses::ButtonPresses() {
+  gpointer widgetClass = g_type_class_ref(GTK_TYPE_BUTTON);
+  const guint signal = g_signal_lookup("state-flags-changed", GTK_TYPE_WIDGET);
+  hook_ = g_signal_add_emission_hook(signal, 0, notePress, nullptr, nullptr);
+  g_type_class_unref(widgetClass);
+  PressLog& log = pressLog();
+  std::lock_guard lock(log.mutex);
+  log.presses.clear();
+  log.downAt.clear();
+}
+
+ButtonPresses::~ButtonPresses() {
+  g_signal_remove_emission_hook(g_signal_lookup("state-flags-changed", GTK_TYPE_WIDGET), hook_);
+}
+
+std::vector<ButtonPresses::Press> ButtonPresses::presses() const {
+  PressLog& log = pressLog();
+  std::lock_guard lock(log.mutex);
+  return log.presses;
 }
 
 host::Value withWindow(const std::function<host::Value()>& call,

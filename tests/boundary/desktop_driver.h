@@ -48,6 +48,22 @@ struct SeenWindow {
 };
 std::vector<SeenWindow> visibleWindows();
 
+// Records, from the moment it is made, each time a button of this process shows itself pressed
+// and released again, with how long it stayed pressed.
+class ButtonPresses {
+ public:
+  struct Press {
+    std::string label;
+    double heldMs = -1;  // -1 while still down
+  };
+  ButtonPresses();
+  ~ButtonPresses();
+  std::vector<Press> presses() const;
+
+ private:
+  unsigned long hook_ = 0;
+};
+
 // A PNG of the whole screen in the build's test-artifacts folder; prints its path.
 void screenshot(const std::string& name);
 

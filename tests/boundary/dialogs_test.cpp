@@ -214,12 +214,23 @@ TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
   });
   EXPECT_EQ(v.string(), "x");
 
-  // Escape cancels whatever was typed.
-  v = answer("tsPrompt", {"", "", "typed", 0, -1, 0}, [&](unsigned long) {
-    typeText("more");
-    keys("Escape");
-  });
-  EXPECT_EQ(v.string(), "");
+  // Escape cancels whatever was typed. The button a key stands for shows itself pressed for 8
+  // ticks before the window goes.
+  {
+    ButtonPresses presses;
+    v = answer("tsPrompt", {"", "", "typed", 0, -1, 0}, [&](unsigned long) {
+      typeText("more");
+      keys("Escape");
+    });
+    EXPECT_EQ(v.string(), "");
+    v = answer("tsPrompt", {"", "", "kept", 0, -1, 0}, [&](unsigned long) { keys("KP_Enter"); });
+    EXPECT_EQ(v.string(), "kept");
+    auto seen = presses.presses();
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].label, "Cancel");
+    EXPECT_EQ(seen[1].label, "OK");
+    for (const auto& press : seen) EXPECT_GE(press.heldMs, 125) << press.label;
+  }
 
   // Ctrl+X cuts the selected default text; Ctrl+V pastes it even into a numbers-only field.
   v = answer("tsPrompt", {"", "", "letters", 0, -1, 0}, [&](unsigned long) {
@@ -241,7 +252,7 @@ TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
     keys("Return");
   });
   EXPECT_EQ(v.string(), "copied");
-  expectBrackets(9);
+  expectBrackets(10);
 }
 
 TEST_F(Dialogs, LogInAnswersNameAndPassword) {
@@ -369,12 +380,17 @@ TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
     return Value();
   };
   const std::string huge = dir.file("huge.bin", std::string(64 << 20, 'y')).string();
+  ButtonPresses presses;
   Value v = answer("tsCopyFileProgress", {huge, dir.str() + "/c.bin", "", "Copying", "Stop", 16},
                    [&](unsigned long) {
                      screenshot("progress-copy");
                      keys("Escape");
                    });
   EXPECT_EQ(v.integer(), 9);
+  auto seen = presses.presses();
+  ASSERT_EQ(seen.size(), 1u);
+  EXPECT_EQ(seen[0].label, "Stop");
+  EXPECT_GE(seen[0].heldMs, 125);
   expectBrackets(1);
 }
 

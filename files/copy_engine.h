@@ -32,6 +32,7 @@ class CopyObserver {
   virtual bool beginFile(std::string_view leafName, uint64_t size) = 0;
   // After every block, with the bytes of that block. False cancels.
   virtual bool block(uint64_t bytes) = 0;
+  // 0 copies the data in one piece.
   virtual size_t blockSize() const { return 64512; }
 };
 

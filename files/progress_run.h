@@ -38,6 +38,11 @@ class ProgressRun final : public CopyObserver {
 
   bool beginFile(std::string_view leafName, uint64_t size) override;
   bool block(uint64_t bytes) override;
+  // Blocks matter only to someone watching: without a window and a handler the data goes in
+  // one piece, as a plain copy does.
+  size_t blockSize() const override {
+    return window_ || (flags_ & kProgressCallLingo) ? CopyObserver::blockSize() : 0;
+  }
 
   bool cancelled() const { return cancelled_; }
   int32_t percent() const;

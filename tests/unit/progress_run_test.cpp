@@ -50,6 +50,20 @@ TEST(ProgressRun, KilobytesTruncatedAndNeverBeyondTheTotal) {
   EXPECT_EQ(desktop.ui->pausedMs, 0);
 }
 
+TEST(ProgressRun, BlocksOnlyForSomeoneWatching) {
+  FakeDialogSession desktop;
+  ProgressRun handlerOnly("", "", files::kProgressNoWindow | files::kProgressCallLingo, 1);
+  handlerOnly.beginFile("f", 1);
+  EXPECT_EQ(handlerOnly.blockSize(), 64512u);
+  ProgressRun windowOnly("", "", 0, 1);
+  windowOnly.beginFile("f", 1);
+  EXPECT_EQ(windowOnly.blockSize(), 64512u);
+  windowOnly.finish(false);
+  ProgressRun nobody("", "", files::kProgressNoWindow, 1);
+  nobody.beginFile("f", 1);
+  EXPECT_EQ(nobody.blockSize(), 0u);
+}
+
 TEST(ProgressRun, ButtonOrHandlerCancels) {
   {
     FakeDialogSession desktop;

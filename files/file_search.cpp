@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "files/file_spec.h"
+#include "files/file_patterns.h"
 #include "files/folder_walk.h"
 #include "paths/paths.h"
 

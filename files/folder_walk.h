@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "files/file_spec.h"
+#include "files/file_patterns.h"
 #include "platform/files.h"
 
 namespace tessel::files {

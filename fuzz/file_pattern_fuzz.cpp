@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "files/file_spec.h"
+#include "files/file_patterns.h"
 
 using tessel::files::FileSpec;
 

@@ -1,7 +1,7 @@
 // The two file-spec languages: how a spec is classified and what a classification accepts.
 #include <gtest/gtest.h>
 
-#include "files/file_spec.h"
+#include "files/file_patterns.h"
 
 namespace tessel::files {
 namespace {

@@ -1,4 +1,4 @@
-#include "files/file_spec.h"
+#include "files/file_patterns.h"
 
 namespace tessel::files {
 namespace {

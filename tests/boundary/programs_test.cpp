@@ -3,10 +3,14 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -173,6 +177,30 @@ TEST_F(Launching, ProgramsThatCannotStartGiveZero) {
   EXPECT_EQ(slurp(out), "end\n");
 }
 
+TEST_F(Launching, BundlesRunTheirExecutable) {
+  fs::path app = dir_.path() / "Player.app";
+  dir_.file("Player.app/Contents/Info.plist",
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+            "<key>CFBundleExecutable</key><string>Player</string></dict></plist>\n");
+  fs::path out = dir_.path() / "ran";
+  fs::path exe = script("Player.app/Contents/MacOS/Player",
+                        "sleep 0.4\n{ echo \"$0\"; for a; do echo \"$a\"; done; echo end; } > " +
+                            out.string() + "\n");
+  auto start = Clock::now();
+  EXPECT_EQ(run(app, "", 1), 33);
+  EXPECT_GE(secondsSince(start), 0.35);  // the wait follows the executable inside
+  EXPECT_EQ(slurp(out), exe.string() + "\nend\n");
+  // With Args the bundle's executable gets them split as a shell would, by no shell.
+  fs::remove(out);
+  EXPECT_EQ(shell("open", app.string(), "one 'two three' $HOME;", ""), 33);
+  EXPECT_EQ(awaitFile(out), exe.string() + "\none\ntwo three\n$HOME;\nend\n");
+  // A bundle without its executable starts nothing.
+  fs::remove(exe);
+  EXPECT_EQ(run(app, "", 0), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_TRUE(childrenOfThisProcess().empty());
+}
+
 TEST_F(Launching, ShellCommandsAndTheirSeparateFolderChange) {
   EXPECT_EQ(shell("terminal", "exit 0", "", ""), 33);
   EXPECT_EQ(shell("System", "exit 7", "", ""), 0);
@@ -318,6 +346,41 @@ TEST_F(Handlers, FindAppAnswersTheHandlersDesktopFile) {
   // A .desktop file runs as the application it describes (here with no documents).
   EXPECT_EQ(run(recorder, "", 0), 33);
   EXPECT_EQ(awaitFile(log("recorder")), "\n/dev/null\n/dev/null\nend\n");
+}
+
+// GIO reaches the session bus, with no time-out of its own, before every launch. On a bus that
+// accepts connections and never answers, a launch gives up after its deadline, later ones give up
+// at once while it is stuck, and programs that need no bus still start. The case runs in a fresh
+// process (a re-executed death test), so its GIO meets that bus first.
+TEST_F(Handlers, LaunchesGiveUpOnASilentSessionBus) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        fs::path bus = dir_.path() / "bus";
+        int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, bus.c_str(), sizeof address.sun_path - 1);
+        bool listening =
+            ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+            ::listen(listener, 16) == 0;
+        setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + bus.string()).c_str(), 1);
+        std::string recorder = dir_.str() + "/share/applications/recorder.desktop";
+        auto start = Clock::now();
+        int32_t first = run(recorder, "", 0);
+        double firstTook = secondsSince(start);
+        start = Clock::now();
+        int32_t url = integer("tsOpenURL", {Value("http://example.org/"), Value("")});
+        int32_t doc = integer("tsOpenFile", {Value(dir_.file("a.txt", "a").string()), Value("")});
+        double laterTook = secondsSince(start);
+        int32_t plain = run(script("plain.sh", "exit 0\n"), "", 1);
+        std::fprintf(stderr, "launch %d after %.2f s; URL %d, document %d after %.2f s; plain %d\n",
+                     first, firstTook, url, doc, laterTook, plain);
+        bool ok = listening && first == 0 && firstTook > 2.5 && firstTook < 4.5 && url == 0 &&
+                  doc == 0 && laterTook < 0.5 && plain == 33;
+        std::_Exit(ok ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -397,8 +397,11 @@ class LinuxDesktop final : public DesktopService {
     return windowProperty(root_, property, XA_WINDOW);
   }
 
-  // Without an EWMH manager: the top-level windows that carry WM_STATE, bottom to top (direct
-  // children of the root, or one level below them under a reparenting manager).
+  // Without an EWMH manager: the top-level windows whose WM_STATE is normal or iconic, bottom to top (direct
+  // children of the root, or one level below them under a reparenting manager). With no manager
+  // at all (nobody redirects the root's children) nobody sets WM_STATE either: then the mapped
+  // top-levels that are not override-redirect (menus, tooltips) are the clients. Unmapped ones,
+  // such as GTK's client leader, never count.
   std::vector<WindowId> icccmClients() {
     Display* dpy = connection_->display();
     std::vector<WindowId> out;
@@ -406,21 +409,43 @@ class LinuxDesktop final : public DesktopService {
     Window rootReturn = 0, parent = 0, *children = nullptr;
     unsigned int count = 0;
     if (!XQueryTree(dpy, root_, &rootReturn, &parent, &children, &count)) return out;
-    for (unsigned int i = 0; i < count; ++i) {
-      if (hasWmState(children[i])) {
-        out.push_back(children[i]);
-        continue;
+    if (!managerRuns(dpy)) {
+      xcb_connection_t* c = XGetXCBConnection(dpy);
+      std::vector<xcb_get_window_attributes_cookie_t> cookies(count);
+      for (unsigned int i = 0; i < count; ++i)
+        cookies[i] = xcb_get_window_attributes(c, static_cast<xcb_window_t>(children[i]));
+      for (unsigned int i = 0; i < count; ++i) {
+        xcb_get_window_attributes_reply_t* a = xcb_get_window_attributes_reply(c, cookies[i], nullptr);
+        if (a != nullptr && a->map_state == XCB_MAP_STATE_VIEWABLE && a->override_redirect == 0 &&
+            a->_class == XCB_WINDOW_CLASS_INPUT_OUTPUT)
+          out.push_back(children[i]);
+        free(a);
       }
-      Window r = 0, p = 0, *inner = nullptr;
-      unsigned int n = 0;
-      if (XQueryTree(dpy, children[i], &r, &p, &inner, &n)) {
-        for (unsigned int k = 0; k < n; ++k)
-          if (hasWmState(inner[k])) out.push_back(inner[k]);
-        if (inner != nullptr) XFree(inner);
+    } else {
+      for (unsigned int i = 0; i < count; ++i) {
+        if (hasWmState(children[i])) {
+          out.push_back(children[i]);
+          continue;
+        }
+        Window r = 0, p = 0, *inner = nullptr;
+        unsigned int n = 0;
+        if (XQueryTree(dpy, children[i], &r, &p, &inner, &n)) {
+          for (unsigned int k = 0; k < n; ++k)
+            if (hasWmState(inner[k])) out.push_back(inner[k]);
+          if (inner != nullptr) XFree(inner);
+        }
       }
     }
     if (children != nullptr) XFree(children);
     return out;
+  }
+
+  // Whether some client manages the screen: a window manager selects SubstructureRedirect on
+  // the root, and only one client can.
+  bool managerRuns(Display* dpy) {
+    XWindowAttributes attributes{};
+    if (!XGetWindowAttributes(dpy, root_, &attributes)) return false;
+    return (attributes.all_event_masks & SubstructureRedirectMask) != 0;
   }
 
   bool hasWmState(Window window) {
@@ -429,9 +454,11 @@ class LinuxDesktop final : public DesktopService {
     int format = 0;
     unsigned long count = 0, after = 0;
     unsigned char* data = nullptr;
+    // A window the manager withdrew (twm's icon manager, for one) keeps WM_STATE, saying so.
     bool has = XGetWindowProperty(dpy, window, atoms_[A_WM_STATE], 0, 1, False, AnyPropertyType,
                                   &type, &format, &count, &after, &data) == Success &&
-               type != None;
+               type != None && format == 32 && count == 1 &&
+               *reinterpret_cast<const long*>(data) != WithdrawnState;
     if (data != nullptr) XFree(data);
     return has;
   }

@@ -66,6 +66,20 @@ std::vector<std::string> visibleWindows(pid_t pid) {
   return ids;
 }
 
+// Starts a program found on PATH; `prepare` runs in the child just before it.
+pid_t startProcess(const std::vector<std::string>& args, const std::function<void()>& prepare = {}) {
+  pid_t pid = fork();
+  if (pid == 0) {
+    if (prepare) prepare();
+    std::vector<char*> argv;
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    _exit(127);
+  }
+  return pid;
+}
+
 class Desktop : public XtraTest {
  protected:
   void SetUp() override {
@@ -98,14 +112,7 @@ class Desktop : public XtraTest {
   }
 
   pid_t launch(const std::vector<std::string>& args) {
-    pid_t pid = fork();
-    if (pid == 0) {
-      std::vector<char*> argv;
-      for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-      argv.push_back(nullptr);
-      execvp(argv[0], argv.data());
-      _exit(127);
-    }
+    pid_t pid = startProcess(args);
     children_.push_back(pid);
     return pid;
   }
@@ -426,20 +433,14 @@ class OtherManagers : public ::testing::Test {
   }
 
   pid_t start(const std::vector<std::string>& args, int keep = -1) {
-    pid_t pid = fork();
-    if (pid == 0) {
+    pid_t pid = startProcess(args, [&] {
       int null = open("/dev/null", O_RDWR);
       dup2(null, 0);
       dup2(null, 1);
       dup2(null, 2);
       if (keep >= 0) fcntl(keep, F_SETFD, 0);
       if (!display_.empty()) setenv("DISPLAY", display_.c_str(), 1);
-      std::vector<char*> argv;
-      for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-      argv.push_back(nullptr);
-      execvp(argv[0], argv.data());
-      _exit(127);
-    }
+    });
     children_.push_back(pid);
     return pid;
   }

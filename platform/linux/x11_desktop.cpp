@@ -539,7 +539,8 @@ class LinuxDesktop final : public DesktopService {
   };
 
   Stroke findKey(XkbDescPtr xkb, int group, uint32_t keysym);
-  std::vector<KeyCode> modifierKeys(Display* dpy, unsigned int mask);
+  std::vector<KeyCode> modifierKeys(const XModifierKeymap* map, XkbDescPtr xkb, int group,
+                                    unsigned int mask);
   bool bindMissing(Display* dpy, XkbDescPtr xkb, int group, const std::vector<KeyEvent>& events,
                    size_t from, uint32_t callStart, size_t* batchEnd);
 
@@ -598,25 +599,28 @@ LinuxDesktop::Stroke LinuxDesktop::findKey(XkbDescPtr xkb, int group, uint32_t k
   return best;
 }
 
-// One key for each modifier bit of `mask` (Shift_L for Shift).
-std::vector<KeyCode> LinuxDesktop::modifierKeys(Display* dpy, unsigned int mask) {
+// One key for each modifier bit of `mask` (Shift_L for Shift), from the modifier map and the
+// keyboard description already read, so that no round trip falls between the keys of a call.
+std::vector<KeyCode> LinuxDesktop::modifierKeys(const XModifierKeymap* map, XkbDescPtr xkb,
+                                                int group, unsigned int mask) {
   std::vector<KeyCode> keys;
-  if (mask == 0) return keys;
-  XModifierKeymap* map = XGetModifierMapping(dpy);
-  if (map == nullptr) return keys;
+  if (mask == 0 || map == nullptr) return keys;
   for (int bit = 0; bit < 8; ++bit) {
     if (!(mask & (1u << bit))) continue;
-    KeyCode chosen = bit == ShiftMapIndex ? XKeysymToKeycode(dpy, XK_Shift_L) : 0;
+    KeyCode chosen = 0;
+    if (bit == ShiftMapIndex) {
+      Stroke shift = findKey(xkb, group, XK_Shift_L);
+      if (shift.mods == 0) chosen = shift.keycode;
+    }
     for (int k = 0; k < map->max_keypermod && chosen == 0; ++k)
       chosen = map->modifiermap[bit * map->max_keypermod + k];
     if (chosen != 0) keys.push_back(chosen);
   }
-  XFreeModifiermap(map);
   return keys;
 }
 
 // Binds the keysyms from events[from] on that the layout lacks to spare keycodes (keycodes
-// without any keysym, or ones bound here before), all in one go. A binding stays after the call
+// without any keysym, or ones bound here before), all in one mapping change. A binding stays after the call
 // and is reused; it is given to another keysym only after resting a second, since clients read
 // the keymap lazily. With more missing keysyms than spares, binds what fits and sets *batchEnd to
 // the first event that must wait for the next batch.
@@ -690,7 +694,7 @@ bool LinuxDesktop::bindMissing(Display* dpy, XkbDescPtr xkb, int group,
         break;
       }
       // A binding an earlier call typed with is never taken within a second of that use.
-      const uint32_t rested = now - reuse->lastUse;
+      const uint32_t rested = monotonicMicroseconds() - reuse->lastUse;
       if (reuse->lastUse < callStart && rested < 1000000) {
         XSync(dpy, False);
         timespec pause{0, static_cast<long>(1000000 - rested) * 1000L};
@@ -714,11 +718,26 @@ bool LinuxDesktop::bindMissing(Display* dpy, XkbDescPtr xkb, int group,
     }
   }
   if (changes.empty()) return false;
-  perKey = std::max(perKey, 2);
+  // One XKB map change over the keycodes from the first changed to the last: the keys between
+  // go back exactly as the server described them, so clients see a single mapping change and
+  // no real key is touched. Each spare gets one level holding its keysym.
+  KeyCode low = changes.front().first, high = low;
   for (const auto& [keycode, keysym] : changes) {
-    std::vector<KeySym> syms(static_cast<size_t>(perKey), static_cast<KeySym>(keysym));
-    XChangeKeyboardMapping(dpy, keycode, perKey, syms.data(), 1);
+    low = std::min(low, keycode);
+    high = std::max(high, keycode);
+    KeySym* syms = XkbResizeKeySyms(xkb, keycode, 1);
+    if (syms == nullptr) return false;
+    XkbSymMapPtr symMap = &xkb->map->key_sym_map[keycode];
+    symMap->kt_index[0] = XkbOneLevelIndex;
+    symMap->group_info = static_cast<unsigned char>(XkbSetNumGroups(0, 1));
+    symMap->width = 1;
+    syms[0] = static_cast<KeySym>(keysym);
   }
+  XkbMapChangesRec mapChanges{};
+  mapChanges.changed = XkbKeySymsMask;
+  mapChanges.first_key_sym = low;
+  mapChanges.num_key_syms = static_cast<unsigned char>(high - low + 1);
+  if (!XkbChangeMap(dpy, xkb, &mapChanges)) return false;
   XSync(dpy, False);
   return true;
 }
@@ -762,6 +781,8 @@ bool LinuxDesktop::postKeys(const std::vector<KeyEvent>& events) {
       xkb = XkbGetMap(dpy, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
       if (xkb == nullptr) return false;
     }
+    // Read before the first key of the batch: the events queue up until the one flush.
+    XModifierKeymap* modifierMap = XGetModifierMapping(dpy);
     std::unordered_map<uint32_t, Stroke> strokes;
     std::unordered_map<unsigned int, std::vector<KeyCode>> modifiers;
     for (size_t i = start; i < batchEnd; ++i) {
@@ -778,13 +799,14 @@ bool LinuxDesktop::postKeys(const std::vector<KeyEvent>& events) {
       } else {
         auto mods = modifiers.find(stroke.mods);
         if (mods == modifiers.end())
-          mods = modifiers.emplace(stroke.mods, modifierKeys(dpy, stroke.mods)).first;
+          mods = modifiers.emplace(stroke.mods, modifierKeys(modifierMap, xkb, group, stroke.mods)).first;
         for (KeyCode m : mods->second) held.down(m);
         held.down(stroke.keycode);
         held.up(stroke.keycode);
         for (KeyCode m : mods->second) held.up(m);
       }
     }
+    if (modifierMap != nullptr) XFreeModifiermap(modifierMap);
     XkbFreeKeyboard(xkb, 0, True);
     start = batchEnd;
     if (start < events.size()) {

@@ -327,6 +327,12 @@ TEST_F(Desktop, KeysArriveWithTheirModifiersAndQuirks) {
   typeAndExpect(record, "a{FOO}bcdefghijklmn", {"key a -", "key a -", "key k -", "key l -", "key m -", "key n -"});
   typeAndExpect(record, "^^^^^^^^^^~q", {"key q control"});  // the eleventh modifier is dropped
   typeAndExpect(record, "\xc3\xa9\x01", {});
+
+  // Activation waits for the manager itself: keys sent right after it reach the program.
+  pid_t other = app("TesselOther");
+  bringToFront(other);
+  ASSERT_EQ(integer("tsActivateWindow", {Value(typist)}), 1);
+  typeAndExpect(record, "q", {"key q -"});
 }
 
 TEST_F(Desktop, KeysFollowTheLayoutAndBindWhatItLacks) {
@@ -345,6 +351,15 @@ TEST_F(Desktop, KeysFollowTheLayoutAndBindWhatItLacks) {
   std::vector<std::string> expected;
   for (char c : many) expected.push_back(std::string("key ") + c + " -");
   typeAndExpect(record, many, expected);
+  // Right after, keysyms bound by no key take over bindings that call used: the call waits
+  // until those have rested a second, and nothing is lost.
+  typeAndExpect(record, "KLMNOPQRSTUVWXYZ", {"key K -", "key L -", "key M -", "key N -", "key O -",
+                                             "key P -", "key Q -", "key R -", "key S -", "key T -",
+                                             "key U -", "key V -", "key W -", "key X -", "key Y -",
+                                             "key Z -"});
+  // On a Swedish keyboard "~" is only a dead key: "`" (which types "~") gets a binding of its own.
+  setLayout("se");
+  typeAndExpect(record, "a`b", {"key a -", "key asciitilde -", "key b -"});
 }
 
 TEST_F(Desktop, AThousandMixedCharactersArriveInOrder) {
@@ -400,6 +415,13 @@ TEST_F(Desktop, ClicksPressAndReleaseWhereThePointerIs) {
   const std::vector<std::string> expected = {"press 1", "release 1", "press 3", "release 3", "press 2", "release 2"};
   waitUntil([&] { return buttons().size() >= expected.size(); }, 2000ms);
   EXPECT_EQ(buttons(), expected);
+  // A left button held elsewhere is let go before a right click.
+  ASSERT_EQ(std::system("xdotool mousedown 1"), 0);
+  EXPECT_EQ(integer("tsMouseClick", {Value("right")}), 0);
+  std::vector<std::string> more = expected;
+  more.insert(more.end(), {"press 1", "release 1", "press 3", "release 3"});
+  waitUntil([&] { return buttons().size() >= more.size(); }, 2000ms);
+  EXPECT_EQ(buttons(), more);
 }
 
 TEST_F(Desktop, TheExecutablesCreatorIsTheSignature) {

@@ -8,6 +8,7 @@
 #include "formats/cipher.h"
 #include "formats/dates.h"
 #include "formats/four_char_code.h"
+#include "paths/ascii.h"
 #include "paths/paths.h"
 #include "system/programs.h"
 #include "xtra/marshal.h"
@@ -388,7 +389,12 @@ MoaError T::tsShell(PMoaMmCallInfo info) {
   return runMethod(info, [](MethodCall& call) -> MoaError {
     std::string operation, file, args, workDir, state;
     if (MoaError err = call.text(1, operation)) return err;
-    if (MoaError err = call.path(2, file)) return err;
+    // "terminal" and "system" run FileName as a command line, which is no path: its ":" and a
+    // leading "@" stay as written. Every other operation opens FileName as a path.
+    if (MoaError err = call.text(2, file, kPathLen)) return err;
+    if (!paths::equalsIgnoringCase(operation, "terminal") &&
+        !paths::equalsIgnoringCase(operation, "system"))
+      file = applyPathRule(file);
     if (MoaError err = call.text(3, args, kPathLen)) return err;
     if (MoaError err = call.path(4, workDir)) return err;
     if (MoaError err = call.text(5, state)) return err;

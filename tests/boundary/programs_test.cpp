@@ -205,6 +205,10 @@ TEST_F(Launching, ShellCommandsAndTheirSeparateFolderChange) {
   EXPECT_EQ(shell("terminal", "exit 0", "", ""), 33);
   EXPECT_EQ(shell("System", "exit 7", "", ""), 0);
   EXPECT_EQ(shell("terminal", "", "", ""), 0);
+  // A command line is no path: a leading "/" and its ":" stay as written.
+  fs::path colon = dir_.path() / "a:b";
+  EXPECT_EQ(shell("terminal", "/bin/echo 12:30 > '" + colon.string() + "'", "", ""), 33);
+  EXPECT_EQ(slurp(colon), "12:30\n");
 
   // The change of folder has no effect on the command, and a folder name is never a command.
   fs::create_directories(dir_.path() / "sub");

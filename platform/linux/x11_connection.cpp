@@ -15,16 +15,18 @@ X11ErrorTrap* currentTrap = nullptr;
 
 // Connections whose transport broke. Xlib calls the exit handler instead of exiting when one is
 // set; from then on the Display answers every request with an error, so it is only marked here.
+// (Never destroyed: connections kept in other objects' statics close during the process's exit,
+// in any order.)
 std::set<Display*>& deadConnections() {
-  static std::set<Display*> dead;
-  return dead;
+  static auto* dead = new std::set<Display*>;
+  return *dead;
 }
 
 // The module's own connections. Errors on any other connection (GTK's, once a dialog started it)
 // go to the handler that was installed before ours.
 std::set<Display*>& moduleConnections() {
-  static std::set<Display*> ours;
-  return ours;
+  static auto* ours = new std::set<Display*>;
+  return *ours;
 }
 
 int ioError(Display* display);

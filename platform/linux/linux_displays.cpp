@@ -10,12 +10,15 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string_view>
 
 #include "platform/displays.h"
+#include "platform/linux/deadline.h"
 #include "platform/linux/x11_connection.h"
 
 namespace tessel::platform {
@@ -270,6 +273,13 @@ bool gnomeFamilyDesktop() {
   return false;
 }
 
+constexpr auto kSettingsDeadline = std::chrono::seconds(3);
+
+DeadlineGate& settingsGate() {
+  static DeadlineGate gate;
+  return gate;
+}
+
 void setGnomeBackground(const std::string& file) {
   GSettingsSchemaSource* source = g_settings_schema_source_get_default();
   if (source == nullptr) return;
@@ -385,7 +395,15 @@ class LinuxDisplayService : public DisplayService {
     if (picture == nullptr) return WallpaperResult::Failed;
     WallpaperResult result = setRootBackground(picture);
     g_object_unref(picture);
-    if (result == WallpaperResult::Done && gnomeFamilyDesktop()) setGnomeBackground(file);
+    if (result == WallpaperResult::Done && gnomeFamilyDesktop()) {
+      // GSettings writes through the session bus (dconf) and waits for it with no time-out;
+      // a desktop whose settings could not be written within the deadline shows no change.
+      std::function<bool()> write = [file] {
+        setGnomeBackground(file);
+        return true;
+      };
+      if (!settingsGate().run(std::move(write), kSettingsDeadline)) result = WallpaperResult::Failed;
+    }
     return result;
   }
 

@@ -13,16 +13,14 @@
 
 #include <X11/Xatom.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
-#include <system_error>
-#include <thread>
+#include <functional>
+#include <memory>
 
 #include "platform/launcher.h"
+#include "platform/linux/deadline.h"
 #include "platform/linux/x11_connection.h"
 
 extern char** environ;
@@ -213,51 +211,25 @@ std::optional<int32_t> launchNow(GDesktopAppInfo* app, const std::vector<std::st
 }
 
 // GIO reaches the session bus synchronously before every launch (to announce it, or to start the
-// application over D-Bus), and it waits for the bus with no time-out: a bus that accepts the
-// connection and never answers would hold the host for ever. So each launch runs on a thread of
-// its own and the caller waits for it at most this long. A launch still stuck then is left to end
-// by itself; until it does, further launches fail at once instead of piling up behind it.
+// application over D-Bus), with no time-out of its own; each launch gets this long.
 constexpr auto kLaunchDeadline = std::chrono::seconds(3);
 
-struct LaunchJob {
-  std::mutex mutex;
-  std::condition_variable done;
-  bool finished = false;
-  bool abandoned = false;
-  std::optional<int32_t> result;
-};
-
-std::atomic<bool> launchStuck{false};
+DeadlineGate& launchGate() {
+  static DeadlineGate gate;
+  return gate;
+}
 
 // Launches a desktop application with URIs; the process id (0 when none was reported), nothing
 // on failure or when GIO did not finish within the deadline.
 std::optional<int32_t> launchWith(GDesktopAppInfo* app, const std::vector<std::string>& uris,
                                   bool hidden) {
-  if (launchStuck.load()) return std::nullopt;
   std::string id = startupId(hidden);
-  auto job = std::make_shared<LaunchJob>();
   g_object_ref(app);
-  try {
-    std::thread([job, app, uris, id] {
-      std::optional<int32_t> result = launchNow(app, uris, id);
-      g_object_unref(app);
-      std::lock_guard<std::mutex> lock(job->mutex);
-      job->result = result;
-      job->finished = true;
-      if (job->abandoned) launchStuck = false;
-      job->done.notify_all();
-    }).detach();
-  } catch (const std::system_error&) {
-    g_object_unref(app);
-    return std::nullopt;
-  }
-  std::unique_lock<std::mutex> lock(job->mutex);
-  if (!job->done.wait_for(lock, kLaunchDeadline, [&] { return job->finished; })) {
-    job->abandoned = true;
-    launchStuck = true;
-    return std::nullopt;
-  }
-  return job->result;
+  std::shared_ptr<GDesktopAppInfo> owned(app, g_object_unref);
+  std::function<std::optional<int32_t>()> work = [owned, uris, id] {
+    return launchNow(owned.get(), uris, id);
+  };
+  return launchGate().run(std::move(work), kLaunchDeadline).value_or(std::nullopt);
 }
 
 std::string uriOf(const std::string& item) {

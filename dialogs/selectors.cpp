@@ -5,6 +5,7 @@
 
 #include "dialogs/dialog_support.h"
 #include "files/listings.h"
+#include "formats/four_char_code.h"
 #include "paths/ascii.h"
 #include "paths/paths.h"
 #include "paths/volume_model.h"
@@ -57,11 +58,9 @@ FileFilter parseFileFilter(std::string_view filter) {
       start = comma + 1;
     }
   } else if (filter.size() > 3) {
-    for (size_t i = 0; i + 4 <= filter.size() && parsed.types.size() < 12; i += 4) {
-      const auto* b = reinterpret_cast<const unsigned char*>(filter.data() + i);
-      parsed.types.push_back(uint32_t{b[0]} << 24 | uint32_t{b[1]} << 16 | uint32_t{b[2]} << 8 |
-                             uint32_t{b[3]});
-    }
+    // Each type is read as every four-character code given as text is.
+    for (size_t i = 0; i + 4 <= filter.size() && parsed.types.size() < 12; i += 4)
+      parsed.types.push_back(formats::readFourCharCode(std::string(filter.substr(i, 4))));
   }
   return parsed;
 }
@@ -168,9 +167,10 @@ std::string getFiles(const GetFilesOptions& o) {
   const int32_t row =
       showWith([&](platform::UiService& ui) { return ui.chooseFromList(spec); }, int32_t{-1});
   if (row < 0 || static_cast<size_t>(row) >= names.size()) return "";
-  std::string path = o.folder;
-  paths::addTrailingSeparator(path);
-  return path + names[static_cast<size_t>(row)];
+  std::string path = paths::nativePath(o.folder);
+  if (path.empty()) return "";
+  if (path.back() != '/') path += '/';
+  return paths::fromNative(path + names[static_cast<size_t>(row)], false);
 }
 
 }  // namespace tessel::dialogs

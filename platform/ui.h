@@ -76,7 +76,8 @@ struct PromptSpec {
   std::string title, instruction;
   std::vector<PromptField> fields;  // the first one has the focus, its text selected
   bool requireInput = false;        // OK dimmed while the first field is empty
-  // Runs before the field's own handling of every key; the text is the focused field's.
+  // Runs before the focused field's own handling of every key; the text is the first field's,
+  // the one RequireInput looks at.
   std::function<EntryKeyAction(const PromptKey&, const std::string& text)> filter;
   int32_t width = 260, height = 109;
   WindowPlace place;

@@ -47,8 +47,10 @@ class FrameHooks final : public platform::HostHooks {
     HostServices& host = hostServices();
     if (host.player == nullptr || host.lingoValue == nullptr) return HandlerAnswer::Continue;
     IMoaDrMovie* movie = nullptr;
-    if (host.player->GetActiveMovie(&movie) != kMoaErr_NoErr || movie == nullptr)
-      return HandlerAnswer::Continue;
+    if (host.player->GetActiveMovie(&movie) != kMoaErr_NoErr || movie == nullptr) {
+      if (movie != nullptr) movie->Release();
+      return HandlerAnswer::Cancel;
+    }
     HandlerAnswer answer = HandlerAnswer::Cancel;
     MoaMmSymbol handler = 0;
     MoaMmValue args[2]{};

@@ -40,7 +40,7 @@ struct ModuleState {
   MoaLong liveObjects = 0;  // interface objects alive; DllCanUnloadNow answers from it
   bool hostIsDirector = false;
   bool hostIsAuthoring = false;
-  MoaFileRef fileRef = nullptr;  // from ppcSetFileRef; stored, not read
+  MoaFileRef fileRef = nullptr;  // from ppcSetFileRef; made current around every window
   MoaObjectHeader* scriptInstance = nullptr;
 };
 ModuleState& moduleState();

@@ -347,7 +347,14 @@ TEST_F(Dialogs, SelectorsTakeTypedPaths) {
                }
              });
   EXPECT_EQ(v.string(), listed ? folder + "b.rtf" : "");
-  expectBrackets(7);
+  // The answer is in the current style, whatever style Folder came in.
+  unixNames(false);
+  v = answer("tsGetFiles", {folder, "*.*", "b.rtf", "", "", 0, -1, 0},
+             [&](unsigned long) { keys(listed ? "Return" : "Escape"); });
+  EXPECT_EQ(v.string(), listed ? text("tsHFSName", {folder + "b.rtf"}) : "");
+  EXPECT_NE(v.string().find(':'), std::string::npos);
+  unixNames(true);
+  expectBrackets(8);
 }
 
 TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
@@ -369,9 +376,16 @@ TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
   EXPECT_EQ(heard.front().second, "big.bin");
   expectBrackets(0);
 
-  // A handler that answers 1 cancels; the partial copy stays.
+  // A handler that answers 1 cancels after the first block; the partial copy stays.
   movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) { return Value(1); };
   EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/b.bin", "", "T", "B", 24}), 9);
+  EXPECT_EQ(std::filesystem::file_size(dir.str() + "/b.bin"), 64512u);
+  // A movie without the handler is no error; no movie at all cancels.
+  movie_.handlers.erase("tsCopyProgressUpdate");
+  EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/d.bin", "", "T", "B", 24}), 0);
+  host_->setMovie(nullptr);
+  EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/e.bin", "", "T", "B", 24}), 9);
+  host_->setMovie(&movie_);
 
   // The window's Escape cancels. A handler that takes its time (100 percent steps of 30 ms) keeps
   // the copy going long enough for the key to arrive on a fast disk.
@@ -392,6 +406,34 @@ TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
   EXPECT_EQ(seen[0].label, "Stop");
   EXPECT_GE(seen[0].heldMs, 125);
   expectBrackets(1);
+}
+
+// The folder copies with progress: their own answers before the walk, and a cancel that stops
+// the walk at once.
+TEST_F(Dialogs, ProgressFolderCopiesCheckFirstAndStopAtACancel) {
+  TempDir dir;
+  const std::string tree = dir.str() + "/tree";
+  dir.file("tree/a.txt", std::string(70000, 'a'));
+  dir.file("tree/one/b.txt", std::string(70000, 'b'));
+  dir.file("tree/two/c.txt", std::string(70000, 'c'));
+  const std::string out = dir.str() + "/out";
+  std::filesystem::create_directory(out);
+  // Nothing matches: 8 from both; a source that cannot be listed: 1.
+  EXPECT_EQ(integer("tsCopyXFilesProgress", {tree, out, ".none", "", "T", "B", 8}), 8);
+  EXPECT_EQ(integer("tsXCopyProgress", {tree, out, ".none", "", 1, "T", "B", 8}), 8);
+  EXPECT_EQ(integer("tsXCopyProgress", {dir.str() + "/missing", out, "*.*", "", 1, "T", "B", 8}), 1);
+  // Flat: only the folder's own files.
+  EXPECT_EQ(integer("tsCopyXFilesProgress", {tree, out, ".txt", "", "T", "B", 8}), 0);
+  EXPECT_TRUE(std::filesystem::exists(out + "/a.txt"));
+  EXPECT_FALSE(std::filesystem::exists(out + "/one"));
+  // The tree, with its folders made; then a handler that cancels in the first file stops it all.
+  EXPECT_EQ(integer("tsXCopyProgress", {tree, out + "/all", "*.*", "", 1, "T", "B", 8}), 0);
+  EXPECT_EQ(std::filesystem::file_size(out + "/all/two/c.txt"), 70000u);
+  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) { return Value(1); };
+  EXPECT_EQ(integer("tsXCopyProgress", {tree, out + "/cut", "*.*", "", 1, "T", "B", 24}), 9);
+  EXPECT_FALSE(std::filesystem::exists(out + "/cut/one/b.txt"));
+  EXPECT_FALSE(std::filesystem::exists(out + "/cut/two/c.txt"));
+  expectBrackets(0);
 }
 
 // Without a display every dialog answers its cancel value at once and takes no bracket.

@@ -5,6 +5,7 @@
 #include "dialogs/message_box.h"
 #include "dialogs/prompt.h"
 #include "dialogs/selectors.h"
+#include "fake_file_service.h"
 #include "fake_ui.h"
 #include "paths/paths.h"
 
@@ -262,6 +263,19 @@ TEST(Selectors, FilterForms) {
   EXPECT_EQ(dialogs::parseFileFilter(".a,.b,.c,.d,.e,.f,.g,.h,.i,.j,.k,.l").extensions.size(),
             10u);
   EXPECT_EQ(dialogs::parseFileFilter(std::string(60, 'T')).types.size(), 12u);
+
+  // Types come from each file's Finder information.
+  auto files = std::make_unique<platform::FakeFileService>();
+  platform::FinderInfo text;
+  text.setType(0x54455854);
+  files->addFile("/d/notes").finder = text;
+  files->addFile("/d/plain");
+  auto previous = platform::setFileService(std::move(files));
+  f = dialogs::parseFileFilter("PICTTEXT");
+  EXPECT_TRUE(f.matches("/d/notes"));
+  EXPECT_FALSE(f.matches("/d/plain"));
+  EXPECT_FALSE(f.matches("/d/missing"));
+  platform::setFileService(std::move(previous));
 }
 
 TEST(Selectors, ChoicesComeBackInTheCurrentStyle) {

@@ -66,8 +66,9 @@ TEST_F(Dialogs, MessageBoxButtonSetsDefaultsAndKeys) {
     EXPECT_EQ(labels(seen), (std::vector<std::string>{"Non", "Oui"}));
     screenshot("msgbox-yesno-note");
     keys("Escape");
+    keys("alt+F4");
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    EXPECT_TRUE(windowViewable(w)) << "Escape closed a box without Cancel";
+    EXPECT_TRUE(windowViewable(w)) << "Escape or the close button closed a box without Cancel";
     keys("Return");
   });
   EXPECT_EQ(v.string(), "Yes");
@@ -405,7 +406,21 @@ TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
   ASSERT_EQ(seen.size(), 1u);
   EXPECT_EQ(seen[0].label, "Stop");
   EXPECT_GE(seen[0].heldMs, 125);
-  expectBrackets(1);
+
+  // A click on the button and the window manager's close button cancel too.
+  v = answer("tsCopyFileProgress", {huge, dir.str() + "/f.bin", "", "Copying", "Stop", 16},
+             [&](unsigned long w) {
+               SeenWindow shownNow = shown();
+               ASSERT_EQ(shownNow.buttons.size(), 1u);
+               const SeenButton& stop = shownNow.buttons[0];
+               shell("xdotool mousemove --window " + std::to_string(w) + " " +
+                     std::to_string(stop.x + 5) + " " + std::to_string(stop.y + 5) + " click 1");
+             });
+  EXPECT_EQ(v.integer(), 9);
+  v = answer("tsCopyFileProgress", {huge, dir.str() + "/g.bin", "", "Copying", "Stop", 16},
+             [&](unsigned long) { keys("alt+F4"); });
+  EXPECT_EQ(v.integer(), 9);
+  expectBrackets(3);
 }
 
 // The folder copies with progress: their own answers before the walk, and a cancel that stops

@@ -34,6 +34,9 @@ struct HostOptions {
   // Holds (true) or releases (false) the keyboard for the host's presentation window. Set: the
   // host serves the stage interface (xtra/moa/tessel_stage.h) to its Xtras; unset: it has none.
   std::function<bool(bool)> holdKeyboard;
+  // Whether the user asked the running script to stop. Set: the host serves the interrupt
+  // interface (xtra/moa/tessel_interrupt.h), so that waits inside Xtra calls end early.
+  std::function<bool()> interruptRequested;
 };
 
 // The running movie, as the host's player and movie services see it. The message window

@@ -1155,12 +1155,22 @@ MoaError CallbackService::QueryInterface(ConstPMoaInterfaceID iid, PPMoaVoid out
     serve(static_cast<IMoaDrMediaValue*>(&host_.mediaValue));
   } else if (host_.options.holdKeyboard && equalID(id, IID_ITesselStage)) {
     serve(static_cast<ITesselStage*>(&host_.stage));
+  } else if (host_.options.interruptRequested && equalID(id, IID_ITesselInterrupt)) {
+    serve(static_cast<ITesselInterrupt*>(&host_.interrupt));
   } else {
     return kMoaErr_BadInterface;
   }
   service->AddRef();
   *out = face;
   return kMoaErr_NoErr;
+}
+
+MoaError InterruptService::InterruptRequested(MoaBool* requested) {
+  if (requested == nullptr) return kMoaErr_BadParam;
+  return guarded([&] {
+    *requested = host_.options.interruptRequested && host_.options.interruptRequested() ? 1 : 0;
+    return kMoaErr_NoErr;
+  });
 }
 
 MoaError StageService::HoldKeyboard(MoaBoolParam hold) {
@@ -1204,7 +1214,8 @@ uint32_t HostServices::serviceReferences() const {
          appInfo.refs().count() + value.refs().count() + utils.refs().count() +
          utils2.refs().count() + wndWin.refs().count() + wndMac.refs().count() +
          list.refs().count() + player.refs().count() + movieService.refs().count() +
-         mediaValue.refs().count() + stage.refs().count() + callback.refs().count();
+         mediaValue.refs().count() + stage.refs().count() + interrupt.refs().count() +
+         callback.refs().count();
 }
 
 void HostServices::print(const std::string& text) {

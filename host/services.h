@@ -28,6 +28,7 @@
 #include "host/host.h"
 #include "host/value_store.h"
 #include "xtra/moa/moa_interfaces.h"
+#include "xtra/moa/tessel_interrupt.h"
 #include "xtra/moa/tessel_stage.h"
 
 namespace tessel::host {
@@ -518,6 +519,14 @@ class StageService final : public Service<moa::ITesselStage> {
   moa::MoaError HoldKeyboard(moa::MoaBoolParam hold) override;
 };
 
+// The user's request to stop the running script (served only when
+// HostOptions::interruptRequested is set).
+class InterruptService final : public Service<moa::ITesselInterrupt> {
+ public:
+  using Service::Service;
+  moa::MoaError InterruptRequested(moa::MoaBool* requested) override;
+};
+
 struct HostServices {
   explicit HostServices(HostOptions opts);
   HostServices(const HostServices&) = delete;
@@ -553,6 +562,7 @@ struct HostServices {
   MovieService movieService{*this};
   MediaValueService mediaValue{*this};
   StageService stage{*this};
+  InterruptService interrupt{*this};
   CallbackService callback{*this};
 };
 

@@ -163,6 +163,8 @@ class HostHooks {
   virtual HandlerAnswer progressUpdate(int32_t, const std::string&) {
     return HandlerAnswer::Continue;
   }
+  // Whether the user asked the running script to stop: waits inside a call then end.
+  virtual bool interruptRequested() { return false; }
 };
 HostHooks& hostHooks();
 // Not owned; nullptr restores the default.

@@ -1,10 +1,12 @@
 // Rounds of 10 ticks: each round sleeps in the desktop service until the round is over, a
 // notification the loop asked for arrives (the active window changed) or the process ends; then
 // the state is tested, then the deadline. The host has no window of its own yet, so there is no
-// user input of its own to discard between rounds.
+// user input of its own to discard between rounds; a stop the user asked of the host (Ctrl-C in
+// the message window) ends the wait with 0.
 #include "windows/wait_loop.h"
 
 #include "platform/desktop.h"
+#include "platform/ui.h"
 #include "windows/applications.h"
 
 namespace tessel::windows {
@@ -17,6 +19,8 @@ int32_t loop(int32_t pid, int32_t timeoutTicks, Reached reached) {
   const uint32_t deadline = tickDeadline(desktop.microseconds(), timeoutTicks);
   for (;;) {
     desktop.waitRound(pid, kRoundMilliseconds);
+    // The user asked the running script to stop (a signal also cuts the round short).
+    if (platform::hostHooks().interruptRequested()) return 0;
     const int32_t result = reached();
     // A deadline that has passed wins, even over a state reached in this same round.
     if (limited && deadlinePassed(desktop.microseconds(), deadline)) return 0;

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/ui.h"
+#include "xtra/interrupt.h"
 #include "xtra/module.h"
 
 namespace tessel::xtra {
@@ -77,6 +78,8 @@ class FrameHooks final : public platform::HostHooks {
     movie->Release();
     return answer;
   }
+
+  bool interruptRequested() override { return xtra::interruptRequested(); }
 
  private:
   struct Bracket {

@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include "platform/ui.h"
+#include "xtra/interrupt.h"
 #include "xtra/module.h"
 #include "xtra/stage.h"
 
@@ -71,6 +72,7 @@ MoaError scriptCreate(MoaObjectHeader* header) {
   appInfoText(self->appInfo, kMoaAppInfo_RunMode, text);
   state.hostIsAuthoring = strcasecmp(text, "Author") == 0;
   acquireStage(cb);
+  acquireInterrupt(cb);
 
   // The workers' windows and progress handler go through this instance's services.
   platform::setHostHooks(&frameHooks());
@@ -92,7 +94,10 @@ MoaError scriptShutdown(TesselScriptFields* self) {
 }
 
 void scriptDestroy(MoaObjectHeader* header) {
-  if (moduleState().scriptInstance == header) releaseStage();
+  if (moduleState().scriptInstance == header) {
+    releaseStage();
+    releaseInterrupt();
+  }
   scriptShutdown(scriptFields(header));
   ModuleState& state = moduleState();
   if (state.scriptInstance == header) {

@@ -195,6 +195,8 @@ int main(int argc, char** argv) {
     tessel::runner::Stage* s = stage.get();
     if (s != nullptr) hostOptions.holdKeyboard = [s](bool hold) { return s->holdKeyboard(hold); };
   }
+  // Ctrl-C while a script runs: a wait inside an Xtra call ends, then the script stops.
+  hostOptions.interruptRequested = [] { return tessel::runner::interruptFlag != 0; };
   tessel::host::Host host(hostOptions);
   tessel::runner::HostExternals externals(host);
   host.setMovie(&lingo);

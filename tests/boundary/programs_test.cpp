@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -147,6 +148,44 @@ TEST_F(Launching, OnlyHiddenLaunchesGoWithoutATimestamp) {
     EXPECT_GT(std::stoul(id.substr(time + 5)), 0u) << id;
     EXPECT_EQ(id.find("inherited"), std::string::npos);
   }
+}
+
+// Ctrl-C in the message window ends a Wait at once, and the script stops there.
+TEST_F(Launching, CtrlCEndsAWaitInTheMessageWindow) {
+  fs::path pidFile = dir_.path() / "pid";
+  fs::path p = script("long.sh", "echo $$ > " + pidFile.string() + "\nexec sleep 20\n");
+  const std::string runner = fs::path(xtrasFolder()).parent_path() / "tessel";
+  fs::path out = dir_.path() / "out";
+  pid_t tessel = fork();
+  if (tessel == 0) {
+    int fd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(fd, 1);
+    dup2(fd, 2);
+    const std::string code =
+        "put tsRunProgram(\"" + p.string() + "\", \"\", 1)\nput \"after\"\n";
+    execl(runner.c_str(), runner.c_str(), "--xtras", xtrasFolder().c_str(), "-e", code.c_str(),
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  ASSERT_GT(tessel, 0);
+  for (int i = 0; i < 500 && slurp(pidFile).empty(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  int program = atoi(slurp(pidFile).c_str());
+  ASSERT_GT(program, 0) << slurp(out);
+  auto start = Clock::now();
+  kill(tessel, SIGINT);
+  int status = 0;
+  for (int i = 0; i < 300 && waitpid(tessel, &status, WNOHANG) == 0; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  double took = secondsSince(start);
+  if (took >= 3.0) {
+    kill(tessel, SIGKILL);
+    waitpid(tessel, &status, 0);
+  }
+  EXPECT_LT(took, 1.0) << slurp(out);
+  EXPECT_EQ(slurp(out).find("after"), std::string::npos) << slurp(out);
+  EXPECT_EQ(kill(program, 0), 0);  // the program itself goes on
+  kill(program, SIGKILL);
 }
 
 TEST_F(Launching, NoChildIsLeftBehind) {

@@ -1,8 +1,9 @@
-// The stage interface: served only by hosts with a presentation window, answering through the
-// host's keyboard hold.
+// The stage and interrupt interfaces: served only by hosts that have a presentation window or
+// can tell a user's stop, answering through the host's own functions.
 #include <gtest/gtest.h>
 
 #include "host/services.h"
+#include "xtra/moa/tessel_interrupt.h"
 #include "xtra/moa/tessel_stage.h"
 
 namespace tessel::host {
@@ -37,6 +38,30 @@ TEST(StageService, ServedOnlyWithAKeyboardHold) {
   EXPECT_EQ(calls, (std::vector<bool>{true, false, true}));
   EXPECT_EQ(stage->Release(), 0u);
   EXPECT_EQ(host.serviceReferences(), 0u);
+}
+
+TEST(InterruptService, ServedOnlyWhenTheHostCanTell) {
+  {
+    Host plain;
+    void* p = nullptr;
+    EXPECT_EQ(services(plain).callback.QueryInterface(&IID_ITesselInterrupt, &p),
+              kMoaErr_BadInterface);
+  }
+  bool stop = false;
+  HostOptions options;
+  options.interruptRequested = [&] { return stop; };
+  Host host(options);
+  void* p = nullptr;
+  ASSERT_EQ(services(host).callback.QueryInterface(&IID_ITesselInterrupt, &p), 0);
+  auto* interrupt = static_cast<ITesselInterrupt*>(p);
+  MoaBool requested = 7;
+  EXPECT_EQ(interrupt->InterruptRequested(&requested), kMoaErr_NoErr);
+  EXPECT_EQ(requested, 0);
+  stop = true;
+  EXPECT_EQ(interrupt->InterruptRequested(&requested), kMoaErr_NoErr);
+  EXPECT_EQ(requested, 1);
+  EXPECT_EQ(interrupt->InterruptRequested(nullptr), kMoaErr_BadParam);
+  EXPECT_EQ(interrupt->Release(), 0u);
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "platform/ui.h"
-#include "xtra/interrupt.h"
+#include "xtra/host_extensions.h"
 #include "xtra/module.h"
 
 namespace tessel::xtra {

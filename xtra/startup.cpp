@@ -3,9 +3,8 @@
 #include <strings.h>
 
 #include "platform/ui.h"
-#include "xtra/interrupt.h"
+#include "xtra/host_extensions.h"
 #include "xtra/module.h"
-#include "xtra/stage.h"
 
 namespace tessel::xtra {
 
@@ -71,8 +70,7 @@ MoaError scriptCreate(MoaObjectHeader* header) {
 
   appInfoText(self->appInfo, kMoaAppInfo_RunMode, text);
   state.hostIsAuthoring = strcasecmp(text, "Author") == 0;
-  acquireStage(cb);
-  acquireInterrupt(cb);
+  acquireHostExtensions(cb);
 
   // The workers' windows and progress handler go through this instance's services.
   platform::setHostHooks(&frameHooks());
@@ -94,10 +92,7 @@ MoaError scriptShutdown(TesselScriptFields* self) {
 }
 
 void scriptDestroy(MoaObjectHeader* header) {
-  if (moduleState().scriptInstance == header) {
-    releaseStage();
-    releaseInterrupt();
-  }
+  if (moduleState().scriptInstance == header) releaseHostExtensions();
   scriptShutdown(scriptFields(header));
   ModuleState& state = moduleState();
   if (state.scriptInstance == header) {

@@ -21,14 +21,19 @@ namespace tessel::platform {
 class DeadlineGate {
  public:
   // The result of `work`, or nothing when it did not end within `limit` (or could not start).
-  // `work` must own everything it uses: it may outlive the call.
+  // `work` must own everything it uses: it may outlive the call. An exception from it (memory
+  // exhaustion) counts as a default result, as nothing on that thread could catch it.
   template <typename R>
   std::optional<R> run(std::function<R()> work, std::chrono::milliseconds limit) {
     if (stuck_->load()) return std::nullopt;
     auto job = std::make_shared<Job<R>>();
     try {
       std::thread([job, work = std::move(work), stuck = stuck_]() mutable {
-        R result = work();
+        R result{};
+        try {
+          result = work();
+        } catch (...) {
+        }
         // Everything the work owns goes before the caller hears of the end, which may be the
         // last thing the process does.
         work = nullptr;

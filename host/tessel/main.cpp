@@ -17,6 +17,7 @@
 #include "host/host.h"
 #include "host/lingo/interpreter.h"
 #include "host/lingo/values.h"
+#include "host/tessel/help_externals.h"
 #include "host/tessel/host_externals.h"
 #include "host/tessel/message_window.h"
 #include "host/tessel/stage.h"
@@ -40,6 +41,9 @@ constexpr const char* kUsage =
     "  --mode MODE       Author or Projector (default: Projector)\n"
     "  --stage WxH       open a presentation window of that size (kiosk controls act on it)\n"
     "  -h, --help        show this help\n"
+    "\n"
+    "In the message window, help lists the methods, help \"tsCopyFile\" shows one and\n"
+    "help \"copy\" finds them by a word; the full reference is Xtras/Tessel Help.html.\n"
     "\n"
     "Exit status: 0 when everything ran, 1 after a script error, 2 for a usage error.\n";
 
@@ -198,7 +202,12 @@ int main(int argc, char** argv) {
   // Ctrl-C while a script runs: a wait inside an Xtra call ends, then the script stops.
   hostOptions.interruptRequested = [] { return tessel::runner::interruptFlag != 0; };
   tessel::host::Host host(hostOptions);
-  tessel::runner::HostExternals externals(host);
+  tessel::runner::HostExternals xtraMethods(host);
+  // `help` answers from the reference compiled in, printed where `put` prints.
+  tessel::runner::HelpExternals externals(xtraMethods, [](const std::string& line) {
+    std::fputs(line.c_str(), stdout);
+    std::fputc('\n', stdout);
+  });
   host.setMovie(&lingo);
   lingo.setExternals(&externals);
   loadXtras(host, opt.xtras.empty() ? (bin / "Xtras").string() : opt.xtras);

@@ -1,6 +1,7 @@
 #include "docs/tools/reference.h"
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -240,75 +241,87 @@ struct Section {
   std::vector<Line> body;
 };
 
-Example parseExample(const Section& sec, const std::string& file, const std::string& method) {
-  Example ex;
-  std::vector<Line> before, after;
-  const std::string needsPrefix = "<!-- needs:";
-  size_t i = 0;
+// <!-- needs: desktop --> or <!-- needs: desktop; keys: Tab Return -->
+void readNeeds(const std::string& directive, int line, const std::string& file, Example& ex) {
+  const std::string prefix = "<!-- needs:";
+  if (!startsWith(directive, prefix) || directive.size() < prefix.size() + 3 ||
+      directive.substr(directive.size() - 3) != "-->")
+    throw Error(file, line, "write the line as <!-- needs: desktop --> or <!-- needs: desktop; keys: Return -->");
+  std::string inner = trim(directive.substr(prefix.size(), directive.size() - prefix.size() - 3));
+  size_t semi = inner.find(';');
+  if (semi != std::string::npos) {
+    std::string keys = trim(inner.substr(semi + 1));
+    inner = trim(inner.substr(0, semi));
+    if (!startsWith(keys, "keys:")) throw Error(file, line, "after \"desktop;\" comes \"keys: KEY KEY...\"");
+    std::stringstream ks(keys.substr(5));
+    for (std::string k; ks >> k;) ex.keys.push_back(k);
+    if (ex.keys.empty()) throw Error(file, line, "\"keys:\" names no key");
+  }
+  if (inner != "desktop") throw Error(file, line, "the only need is \"desktop\", not \"" + inner + "\"");
+  ex.desktop = true;
+}
+
+// An Example section: each ```lingo block in it is one example, with the text before it and the
+// needs line right before it; text after the last block goes with that one.
+std::vector<Example> parseExamples(const Section& sec, const std::string& file, const std::string& method) {
+  std::vector<Example> examples;
+  std::vector<Line> prose;
   std::string directive;
   int directiveLine = 0;
-  for (; i < sec.body.size() && !isFence(sec.body[i].text); ++i) {
-    std::string t = trim(sec.body[i].text);
+  for (size_t i = 0; i < sec.body.size(); ++i) {
+    const std::string t = trim(sec.body[i].text);
     if (startsWith(t, "<!--") && t.find("needs") != std::string::npos) {
       directive = t;
       directiveLine = sec.body[i].number;
-    } else {
+      continue;
+    }
+    if (!isFence(t)) {
       if (!directive.empty() && !isBlank(t))
         throw Error(file, directiveLine, "the needs line must come right before the ```lingo block");
-      before.push_back(sec.body[i]);
+      prose.push_back(sec.body[i]);
+      continue;
     }
-  }
-  if (i == sec.body.size())
-    throw Error(file, sec.line, method + ": the Example section has no ```lingo block");
-  std::string lang = trim(trim(sec.body[i].text).substr(3));
-  ex.line = sec.body[i].number;
-  if (lang != "lingo")
-    throw Error(file, ex.line, method + ": an example is a ```lingo block, not ```" + lang);
-  if (!directive.empty() && directiveLine + 1 != ex.line)
-    throw Error(file, directiveLine, "the needs line must come right before the ```lingo block");
-  for (++i; i < sec.body.size() && !isFence(sec.body[i].text); ++i) {
-    const std::string& t = sec.body[i].text;
-    ex.code += t + "\n";
-    if (startsWith(t, "-- ")) {
-      std::string e = t;
-      while (!e.empty() && (e.back() == ' ' || e.back() == '\r')) e.pop_back();
-      ex.expected.push_back(e);
+    std::string lang = trim(t.substr(3));
+    int open = sec.body[i].number;
+    size_t close = i + 1;
+    while (close < sec.body.size() && !isFence(sec.body[close].text)) ++close;
+    if (close == sec.body.size()) throw Error(file, open, method + ": the ```" + lang + " block is never closed");
+    std::string lower = lang;
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (lower.empty()) throw Error(file, open, method + ": an example is a ```lingo block (say the language)");
+    if (lower != "lingo") {
+      // Another kind of block (a shell line, a file's text) is part of the prose.
+      if (!directive.empty()) throw Error(file, directiveLine, "a needs line goes before a ```lingo block");
+      for (size_t k = i; k <= close; ++k) prose.push_back(sec.body[k]);
+      i = close;
+      continue;
     }
-  }
-  if (i == sec.body.size()) throw Error(file, ex.line, method + ": the ```lingo block is never closed");
-  for (++i; i < sec.body.size(); ++i) {
-    if (isFence(sec.body[i].text))
-      throw Error(file, sec.body[i].number,
-                  method + ": one ```lingo block per Example section (start another \"### Example\")");
-    after.push_back(sec.body[i]);
-  }
-  if (ex.expected.empty())
-    throw Error(file, ex.line, method + ": the example shows no output (no \"-- \" lines)");
-  if (!directive.empty()) {
-    // <!-- needs: desktop --> or <!-- needs: desktop; keys: Tab Return -->
-    std::string inner = directive;
-    if (!startsWith(inner, needsPrefix) || inner.size() < 3 || inner.substr(inner.size() - 3) != "-->")
-      throw Error(file, directiveLine, "write the line as <!-- needs: desktop --> or <!-- needs: desktop; keys: Return -->");
-    inner = trim(inner.substr(needsPrefix.size(), inner.size() - needsPrefix.size() - 3));
-    std::string keys;
-    size_t semi = inner.find(';');
-    if (semi != std::string::npos) {
-      keys = trim(inner.substr(semi + 1));
-      inner = trim(inner.substr(0, semi));
-      if (!startsWith(keys, "keys:"))
-        throw Error(file, directiveLine, "after \"desktop;\" comes \"keys: KEY KEY...\"");
-      std::stringstream ks(keys.substr(5));
-      std::string k;
-      while (ks >> k) ex.keys.push_back(k);
-      if (ex.keys.empty()) throw Error(file, directiveLine, "\"keys:\" names no key");
+    Example ex;
+    ex.line = open;
+    if (!directive.empty()) {
+      if (directiveLine + 1 != open)
+        throw Error(file, directiveLine, "the needs line must come right before the ```lingo block");
+      readNeeds(directive, directiveLine, file, ex);
+      directive.clear();
     }
-    if (inner != "desktop") throw Error(file, directiveLine, "the only need is \"desktop\", not \"" + inner + "\"");
-    ex.desktop = true;
+    for (size_t k = i + 1; k < close; ++k) {
+      const std::string& c = sec.body[k].text;
+      ex.code += c + "\n";
+      if (startsWith(c, "-- ")) {
+        std::string e = c;
+        while (!e.empty() && (e.back() == ' ' || e.back() == '\r')) e.pop_back();
+        ex.expected.push_back(e);
+      }
+    }
+    ex.prose = parseBlocks(prose, file);
+    prose.clear();
+    examples.push_back(std::move(ex));
+    i = close;
   }
-  ex.prose = parseBlocks(before, file);
-  auto tail = parseBlocks(after, file);
-  ex.prose.insert(ex.prose.end(), tail.begin(), tail.end());
-  return ex;
+  if (!directive.empty()) throw Error(file, directiveLine, "a needs line goes right before a ```lingo block");
+  if (examples.empty()) throw Error(file, sec.line, method + ": the Example section has no ```lingo block");
+  examples.back().after = parseBlocks(prose, file);
+  return examples;
 }
 
 Entry parseEntry(const std::string& name, int headingLine, const std::vector<Line>& body,
@@ -353,21 +366,24 @@ Entry parseEntry(const std::string& name, int headingLine, const std::vector<Lin
   int at = -1;
   bool args = false, result = false;
   for (const Section& sec : sections) {
-    auto it = std::find(order.begin(), order.end(), sec.title);
+    std::string title = sec.title;
+    if (title == "Examples" || startsWith(title, "Example ") || startsWith(title, "Example:")) title = "Example";
+    auto it = std::find(order.begin(), order.end(), title);
     if (it == order.end())
       throw Error(file, sec.line, name + ": unknown section \"" + sec.title +
                                       "\" (Arguments, Result, On Linux, Example)");
     int idx = static_cast<int>(it - order.begin());
-    if (idx < at || (idx == at && sec.title != "Example"))
+    if (idx < at || (idx == at && title != "Example"))
       throw Error(file, sec.line, name + ": sections come in the order Arguments, Result, On Linux, Example");
     if (idx > 1 && !result)
-      throw Error(file, sec.line, name + ": the " + sec.title + " section comes after Arguments and Result");
+      throw Error(file, sec.line, name + ": the " + title + " section comes after Arguments and Result");
     at = idx;
-    if (sec.title == "Arguments") {
+    if (title == "Arguments") {
       args = true;
       e.arguments = parseBlocks(sec.body, file);
       if (tm.args.empty()) {
-        if (e.arguments.size() != 1 || e.arguments[0].kind != Block::Paragraph || e.arguments[0].text != "None.")
+        if (e.arguments.size() != 1 || e.arguments[0].kind != Block::Paragraph ||
+            (e.arguments[0].text != "None." && e.arguments[0].text != "None"))
           throw Error(file, sec.line, name + " takes no arguments: the section says \"None.\"");
         continue;
       }
@@ -384,16 +400,16 @@ Entry parseEntry(const std::string& name, int headingLine, const std::vector<Lin
         for (const auto& a : tm.args) want += (want.empty() ? "" : ", ") + a;
         throw Error(file, sec.line, name + ": the Arguments list names the table's arguments in order: " + want);
       }
-    } else if (sec.title == "Result") {
+    } else if (title == "Result") {
       if (!args) throw Error(file, sec.line, name + ": the Arguments section comes before Result");
       result = true;
       e.result = parseBlocks(sec.body, file);
       if (e.result.empty()) throw Error(file, sec.line, name + ": the Result section is empty");
-    } else if (sec.title == "On Linux") {
+    } else if (title == "On Linux") {
       e.onLinux = parseBlocks(sec.body, file);
       if (e.onLinux.empty()) throw Error(file, sec.line, name + ": an empty On Linux section (leave it out)");
     } else {
-      e.examples.push_back(parseExample(sec, file, name));
+      for (auto& ex : parseExamples(sec, file, name)) e.examples.push_back(std::move(ex));
     }
   }
   if (!args) throw Error(file, headingLine, name + " has no Arguments section");

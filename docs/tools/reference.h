@@ -69,8 +69,9 @@ std::vector<Block> parseBlocks(const std::vector<Line>& lines, const std::string
 struct Example {
   int line = 0;                       // the line of the opening fence
   std::vector<Block> prose;           // text before the block
+  std::vector<Block> after;           // text after the last block of a section
   std::string code;                   // the block, as it runs
-  std::vector<std::string> expected;  // its "-- " lines, in order
+  std::vector<std::string> expected;  // its "-- " lines, in order (none: it prints nothing)
   bool desktop = false;
   std::vector<std::string> keys;      // xdotool key names pressed in the dialog
 };

@@ -286,6 +286,7 @@ std::string renderHtml(const MethodTable& table, const Reference& ref) {
           htmlBlocks(o, ex.prose, in);
           if (ex.desktop) o << "<span class=\"needs\">opens a window: needs a desktop</span>\n";
           htmlCode(o, ex.code.substr(0, ex.code.empty() ? 0 : ex.code.size() - 1), true);
+          htmlBlocks(o, ex.after, in);
         }
       }
       o << "</article>\n";
@@ -372,6 +373,7 @@ std::string renderText(const TableMethod& m, const Entry* e, int width) {
     std::stringstream ss(ex.code);
     std::string line;
     while (std::getline(ss, line)) out += "    " + line + "\n";
+    if (!ex.after.empty()) textBlocks(out, ex.after, "  ", width);
   }
   return out;
 }

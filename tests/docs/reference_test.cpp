@@ -109,6 +109,15 @@ TEST(Reference, ReadsAnEntry) {
   EXPECT_EQ(e.examples[1].keys, (std::vector<std::string>{"Tab", "Return"}));
   EXPECT_EQ(e.examples[1].line, 32);
 
+  // Two blocks in one section are two examples; a block that prints nothing expects nothing.
+  std::string two = replaced(kGood, "-- 0\n```\n", "-- 0\n```\n\n```lingo\ntsReturnUnixNames(1)\n```\n\nAfter.\n");
+  two = replaced(two, "### Example\n\nA second", "### Examples\n\nA second");
+  auto more = parseGroupFile(two, "files.md", table);
+  ASSERT_EQ(more[0].examples.size(), 3u);
+  EXPECT_TRUE(more[0].examples[2].expected.empty());
+  EXPECT_FALSE(more[0].examples[2].desktop);
+  EXPECT_EQ(more[0].examples[2].after.at(0).text, "After.");
+
   Reference ref{entries};
   std::string text = renderText(*table.find("tsFileExists"), &e);
   EXPECT_NE(text.find("tsFileExists(Filename)"), std::string::npos);
@@ -131,8 +140,10 @@ TEST(Reference, RejectsMalformedEntriesWithTheirLine) {
       {replaced(kGood, "# File Functions\n", "# Information Functions\n"), "files.md:3:", "belongs to \"File Functions\""},
       {replaced(kGood, "- `Filename`:", "- `FileName`:"), "files.md:9:", "arguments in order: Filename"},
       {replaced(kGood, "### Result", "### Results"), "files.md:15:", "unknown section"},
-      {replaced(kGood, "-- 1\n", ""), "files.md:22:", "shows no output"},
-      {replaced(kGood, "```lingo\nput tsFileExists(\"@:notes", "```\nput tsFileExists(\"@:notes"), "files.md:22:", "not ```"},
+      {replaced(kGood, "A second one.\n\n<!-- needs: desktop; keys: Tab Return -->\n",
+                "<!-- needs: desktop; keys: Tab Return -->\n\nA second one.\n"),
+       "files.md:29:", "right before"},
+      {replaced(kGood, "```lingo\nput tsFileExists(\"@:notes", "```\nput tsFileExists(\"@:notes"), "files.md:22:", "say the language"},
       {replaced(kGood, "<!-- needs: desktop; keys:", "<!-- needs: network; keys:"), "files.md:31:", "only need"},
       {replaced(kGood, "-- 0\n```\n", "-- 0\n"), "files.md:32:", "never closed"},
       {kGood.substr(0, kGood.find("### Example")), "files.md:3:", "has no example"},

@@ -169,7 +169,8 @@ std::vector<std::string> outputLines(const std::string& text) {
 // or sound server. Returns "" when the output matches, else what went wrong.
 std::string runExample(const Entry& e, size_t n, const Example& ex, const std::string& tessel,
                        const std::string& xtras, const std::string& fixture) {
-  char tmpl[] = "/tmp/tessel-doc.XXXXXX";
+  // The same folder names as scripts that authors try examples with: /tmp/tessel-example.XXXXXX/movie.
+  char tmpl[] = "/tmp/tessel-example.XXXXXX";
   if (!mkdtemp(tmpl)) return "cannot make a temporary folder";
   fs::path tmp = tmpl;
   struct Cleanup {

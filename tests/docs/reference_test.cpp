@@ -174,7 +174,7 @@ TEST(Reference, RejectsMalformedEntriesWithTheirLine) {
 TEST(Reference, ExampleLinesMatchWithTheWildcard) {
   EXPECT_TRUE(matchesLine("-- 1", "-- 1"));
   EXPECT_FALSE(matchesLine("-- 1", "-- 10"));
-  EXPECT_TRUE(matchesLine("-- \"/tmp/\xE2\x80\xA6/notes.txt\"", "-- \"/tmp/tessel-doc.x1/movie/notes.txt\""));
+  EXPECT_TRUE(matchesLine("-- \"/tmp/\xE2\x80\xA6/notes.txt\"", "-- \"/tmp/tessel-example.x1/movie/notes.txt\""));
   EXPECT_TRUE(matchesLine("-- \xE2\x80\xA6", "-- "));
   EXPECT_TRUE(matchesLine("-- [\xE2\x80\xA6, \xE2\x80\xA6]", "-- [\"a\", \"b\"]"));
   EXPECT_FALSE(matchesLine("-- [\xE2\x80\xA6, \xE2\x80\xA6]", "-- [\"a\"]"));

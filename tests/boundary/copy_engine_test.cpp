@@ -157,6 +157,23 @@ TEST_F(CopyEngine, XCopyReproducesTheTree) {
             6);
 }
 
+// The handler hears every file as it starts, with the value reached so far (0 included); after
+// each block only values that are new and not 0.
+TEST_F(CopyEngine, ProgressHandlerHearsEveryFileAtItsStart) {
+  make("p/small.txt", std::string(1600, 's'));
+  make("p/sub/deep.txt", std::string(8400, 'd'));
+  std::vector<std::pair<int32_t, std::string>> heard;
+  movie_.handlers["tsCopyProgressUpdate"] = [&](const std::vector<Value>& args) {
+    heard.emplace_back(args.at(0).integer(), args.at(1).string());
+    return Value();
+  };
+  EXPECT_EQ(integer("tsXCopyProgress", {Value(at("p")), Value(at("q")), Value(""), Value(""),
+                                        Value(1), Value(""), Value(""), Value(24)}),
+            0);
+  using Heard = std::vector<std::pair<int32_t, std::string>>;
+  EXPECT_EQ(heard, (Heard{{0, "small.txt"}, {16, "small.txt"}, {16, "deep.txt"}, {100, "deep.txt"}}));
+}
+
 TEST_F(CopyEngine, CreateRenameAndDelete) {
   EXPECT_EQ(integer("tsCreateFolder", {Value(at("a/b/c"))}), 1);
   EXPECT_EQ(integer("tsCreateFolder", {Value(hfs("a:b:c:"))}), 1);  // already there

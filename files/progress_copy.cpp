@@ -164,7 +164,7 @@ int32_t xCopyProgress(std::string_view sourceFolder, std::string_view destFolder
       std::replace(relative.begin(), relative.end(), sourceUnix ? '/' : ':', destUnix ? '/' : ':');
     const std::string dest = destRoot + relative;
     if (makeDirs != 0) createFolderPath(dest);
-    setFileAttributes(dest, fileAttributes(folder).substr(0, 35));
+    copyFolderAttributes(folder, dest);
     const int32_t code = copyFolderFiles(folder, dest, fileSpec, overwrite, &run);
     if (run.cancelled()) {
       result = kCancelled;

@@ -157,6 +157,40 @@ TEST_F(CopyEngine, XCopyReproducesTheTree) {
             6);
 }
 
+// Each destination folder takes its source folder's attributes as read, "" included: tsXCopy
+// after the folder's files, tsXCopyProgress before them.
+TEST_F(CopyEngine, XCopyGivesEachFolderItsSourcesAttributes) {
+  make("src/sub/a.txt", "a");
+  folder("src/shown");
+  folder("src/sub/veiled");
+  folder("dst/shown");
+  if (!setAttributes("src/sub/veiled", "h") || !setAttributes("dst/shown", "h") ||
+      !setAttributes("dst", "rh"))
+    GTEST_SKIP() << "no locks or invisible flags here";
+  // The locked destination root (no file of the source root goes into it) is unlocked by its
+  // source's "" before its subfolders are made.
+  EXPECT_EQ(integer("tsXCopy", {Value(at("src")), Value(at("dst")), Value(""), Value(""), Value(1)}),
+            0);
+  EXPECT_EQ(read("dst/sub/a.txt"), "a");
+  for (const char* plain : {"dst", "dst/shown", "dst/sub"})
+    EXPECT_EQ(text("tsFileAttributes", {Value(at(plain))}), "") << plain;
+  EXPECT_EQ(text("tsFileAttributes", {Value(at("dst/sub/veiled"))}), "h");
+
+  // A locked destination holding files: tsXCopy copies the files first (and fails on them),
+  // tsXCopyProgress unlocks first.
+  make("top/t.txt", "t");
+  folder("locked");
+  ASSERT_TRUE(setAttributes("locked", "r"));
+  EXPECT_EQ(integer("tsXCopy", {Value(at("top")), Value(at("locked")), Value(""), Value(""), Value(1)}),
+            4);
+  EXPECT_EQ(text("tsFileAttributes", {Value(at("locked"))}), "");
+  ASSERT_TRUE(setAttributes("locked", "r"));
+  EXPECT_EQ(integer("tsXCopyProgress", {Value(at("top")), Value(at("locked")), Value(""), Value(""),
+                                        Value(1), Value(""), Value(""), Value(8)}),
+            0);
+  EXPECT_EQ(read("locked/t.txt"), "t");
+}
+
 // The handler hears every file as it starts, with the value reached so far (0 included); after
 // each block only values that are new and not 0.
 TEST_F(CopyEngine, ProgressHandlerHearsEveryFileAtItsStart) {

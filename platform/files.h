@@ -98,6 +98,7 @@ class FileService {
   virtual int lastError() const = 0;
 
   // ---- Data -------------------------------------------------------------------------------------
+  // ReadWrite refuses a locked file (EPERM), also for root.
   virtual std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) = 0;
 
   // ---- Names ------------------------------------------------------------------------------------

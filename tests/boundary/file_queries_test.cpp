@@ -246,6 +246,30 @@ TEST_F(FileQueries, AttributeLettersAndTheirSideEffects) {
   EXPECT_EQ(integer("tsSetFileAttributes", {Value(s(dir_.path() / "missing")), Value("h")}), 0);
 }
 
+// A file nobody may write (chmod a-w, or locked by a user who may not set the immutable flag)
+// is locked, and every writer refuses it, whoever runs the host: root, who could write it, too.
+TEST_F(FileQueries, AFileNobodyMayWriteIsLockedForEveryWriter) {
+  fs::path file = dir_.file("Locked", "[Main]\rKey=old");
+  std::string f = s(file);
+  std::string other = s(dir_.file("Other", "new"));
+  ASSERT_EQ(::chmod(f.c_str(), 0444), 0);
+  EXPECT_EQ(text("tsFileAttributes", {Value(f)}), "r");
+  EXPECT_EQ(integer("tsEncryptFile", {Value(f), Value("key")}), 0);
+  EXPECT_EQ(integer("tsWriteIni", {Value("Main"), Value("Key"), Value("new"), Value(f)}), 0);
+  EXPECT_EQ(integer("tsCopyFile", {Value(other), Value(f), Value("")}), 4);
+  EXPECT_EQ(integer("tsRenameFile", {Value(f), Value(f + " renamed")}), 0);
+  EXPECT_EQ(integer("tsDeleteFile", {Value(f)}), 0);
+  EXPECT_EQ(readFile(file), "[Main]\rKey=old");
+  // It still takes Finder flags, and stays locked.
+  EXPECT_EQ(integer("tsSetFileAttributes", {Value(f), Value("rc")}), 1);
+  EXPECT_EQ(text("tsFileAttributes", {Value(f)}), "rc");
+  EXPECT_EQ(readFile(file), "[Main]\rKey=old");
+  // Unlocked, every writer may.
+  EXPECT_EQ(integer("tsSetFileAttributes", {Value(f), Value("-r")}), 1);
+  EXPECT_EQ(integer("tsEncryptFile", {Value(f), Value("key")}), 1);
+  EXPECT_NE(readFile(file), "[Main]\rKey=old");
+}
+
 TEST_F(FileQueries, TypeAndCreator) {
   std::string f = s(dir_.file("Notes", "x"));
   EXPECT_EQ(text("tsFileType", {Value(f)}), "");

@@ -1,7 +1,7 @@
 // An in-memory file service for logic tests: a tree of files, folders and links with Finder
 // information, resource forks, locks and invisibility, following the Linux backend's rules
-// (locked items refuse removal, renaming and replacement with EPERM; forks travel with copies and
-// renames; a "." name is always invisible). Listings come in name order.
+// (locked items refuse writing, removal, renaming and replacement with EPERM; forks travel with
+// copies and renames; a "." name is always invisible). Listings come in name order.
 #pragma once
 
 #include <algorithm>
@@ -91,7 +91,7 @@ class FakeFileService final : public FileService {
     if (n == nullptr) return error_ = ENOENT, nullptr;
     if (n->kind != FileKind::File) return error_ = EISDIR, nullptr;
     if (mode != OpenMode::Read && (n->immutable || (n->mode & 0222) == 0))
-      return error_ = EACCES, nullptr;
+      return error_ = EPERM, nullptr;
     return std::make_unique<File>(*n, mode != OpenMode::Read);
   }
 

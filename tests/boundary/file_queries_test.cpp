@@ -268,6 +268,23 @@ TEST_F(FileQueries, AFileNobodyMayWriteIsLockedForEveryWriter) {
   EXPECT_EQ(integer("tsSetFileAttributes", {Value(f), Value("-r")}), 1);
   EXPECT_EQ(integer("tsEncryptFile", {Value(f), Value("key")}), 1);
   EXPECT_NE(readFile(file), "[Main]\rKey=old");
+
+  // A folder nobody may write is locked: it gains and loses no items; its files keep their own
+  // lock state.
+  fs::path box = dir_.path() / "Box";
+  std::string inside = s(dir_.file("Box/inside", "in"));
+  ASSERT_EQ(::chmod(s(box).c_str(), 0555), 0);
+  EXPECT_EQ(text("tsFileAttributes", {Value(s(box))}), "r");
+  EXPECT_EQ(integer("tsCreateFolder", {Value(s(box / "new"))}), 0);
+  EXPECT_EQ(integer("tsCopyFile", {Value(other), Value(s(box / "copy")), Value("")}), 4);
+  EXPECT_EQ(integer("tsWriteIni", {Value("Main"), Value("Key"), Value("v"), Value(s(box / "new.ini"))}),
+            0);
+  EXPECT_EQ(integer("tsRenameFile", {Value(inside), Value(inside + " renamed")}), 0);
+  EXPECT_EQ(integer("tsDeleteFile", {Value(inside)}), 0);
+  EXPECT_EQ(integer("tsEncryptFile", {Value(inside), Value("key")}), 1);
+  std::vector<std::string> left;
+  for (auto& entry : fs::directory_iterator(box)) left.push_back(entry.path().filename().string());
+  EXPECT_EQ(left, std::vector<std::string>{"inside"});
 }
 
 TEST_F(FileQueries, TypeAndCreator) {

@@ -170,7 +170,10 @@ std::string getFiles(const GetFilesOptions& o) {
   std::string path = paths::nativePath(o.folder);
   if (path.empty()) return "";
   if (path.back() != '/') path += '/';
-  return paths::fromNative(path + names[static_cast<size_t>(row)], false);
+  // The listed name in the Linux form: the HFS style shows a ":" as "/", which no Linux name holds.
+  std::string leaf = names[static_cast<size_t>(row)];
+  std::replace(leaf.begin(), leaf.end(), '/', ':');
+  return paths::fromNative(path + leaf, false);
 }
 
 }  // namespace tessel::dialogs

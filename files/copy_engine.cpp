@@ -291,6 +291,11 @@ int32_t createFolderPath(std::string_view folder) {
   return 1;
 }
 
+void copyFolderAttributes(std::string_view sourceFolder, std::string_view destFolder) {
+  if (!isFolder(paths::nativePath(destFolder))) return;
+  setFileAttributes(destFolder, cut(fileAttributes(sourceFolder), kAttributesLimit));
+}
+
 int32_t copyFile(std::string_view source, std::string_view dest, std::string_view overwrite) {
   return copyOneFile(source, dest, overwrite);
 }
@@ -323,10 +328,7 @@ int32_t xCopy(std::string_view sourceFolder, std::string_view destFolder,
     if (makeDirs != 0) createFolderPath(dest);
     int32_t code = node.native.empty() ? kNoSource
                                        : copyFilesOf(node, dest, spec, overwrite, nullptr);
-    if (!node.native.empty() && isFolder(paths::nativePath(dest))) {
-      std::string attributes(cut(fileAttributes(node.styled), kAttributesLimit));
-      if (!attributes.empty()) setFileAttributes(dest, attributes);
-    }
+    if (!node.native.empty()) copyFolderAttributes(node.styled, dest);
     if (code != kCopied && code != kNothingMatched) result = code;
   }
   return result;

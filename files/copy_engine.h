@@ -45,6 +45,10 @@ int32_t copyFolderFiles(std::string_view sourceFolder, std::string_view destFold
                         CopyObserver* observer = nullptr);
 // Creates a folder and every missing folder above it: 1 when it exists afterwards, else 0.
 int32_t createFolderPath(std::string_view folder);
+// Gives an existing destination folder of a tree copy its source folder's attributes as read,
+// even none ("" clears the invisible flag and unlocks). tsXCopy calls it after the folder's
+// files, tsXCopyProgress before them.
+void copyFolderAttributes(std::string_view sourceFolder, std::string_view destFolder);
 
 int32_t copyFile(std::string_view source, std::string_view dest, std::string_view overwrite);
 int32_t copyXFiles(std::string_view sourceFolder, std::string_view destFolder,

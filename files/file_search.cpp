@@ -1,5 +1,6 @@
 #include "files/file_search.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "files/file_patterns.h"
@@ -89,6 +90,9 @@ std::string findFirstFile(std::string_view disk, std::string_view fileName) {
     s.pattern = fileName;
     s.containsMode = false;
   }
+  // A name is matched as Linux writes it; a "/" in it, which no Linux name holds, is the ":" that
+  // the HFS style shows as "/".
+  std::replace(s.pattern.begin(), s.pattern.end(), '/', ':');
   // The folders are found breadth-first as the search reaches them: each folder is read once,
   // for its files and its subfolders together.
   s.folders.push_back(*root);

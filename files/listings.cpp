@@ -38,6 +38,12 @@ std::string boundedName(std::string_view name) {
   return std::string(name.substr(0, end));
 }
 
+// A Linux name as a listing hands it to Lingo: a component of a path in the current style, so
+// that the name appended to the folder's path names the item again ("a:b" is "a/b" in HFS paths).
+std::string listedName(std::string_view linuxName) {
+  return boundedName(nameInStyle(linuxName, paths::returnUnixNames() ? '/' : ':'));
+}
+
 bool exists(const std::string& native) {
   return fileService().info(native, /*followLinks=*/false).has_value();
 }
@@ -229,7 +235,7 @@ std::vector<std::string> fileList(std::string_view folder, std::string_view type
     if (spec.mode == FileSpec::Mode::Extension && !specMatches(spec, entry.name, nullptr)) continue;
     if (entry.hidden) continue;
     if (spec.mode == FileSpec::Mode::TypeCode && !fileMatches(spec, native, entry.name)) continue;
-    names.push_back(boundedName(entry.name));
+    names.push_back(listedName(entry.name));
   }
   return names;
 }
@@ -241,7 +247,7 @@ std::vector<std::string> folderList(std::string_view folder) {
   if (!at || !snapshot(*at, entries)) return names;
   for (const FolderEntry& entry : entries)
     if (entry.kind == FileKind::Folder && !entry.name.starts_with('.'))
-      names.push_back(boundedName(entry.name));
+      names.push_back(listedName(entry.name));
   return names;
 }
 

@@ -24,6 +24,8 @@ std::vector<std::string> buildFolderTree(std::string_view folder, bool includeBu
 
 // ---- Lingo methods -------------------------------------------------------------------------------------
 
+// Names as components of a path in the current style: a Linux ":" shows as "/" unless Unix
+// names are on (Linux names hold no "/", so "/" turned back into ":" gives the Linux name).
 std::vector<std::string> fileList(std::string_view folder, std::string_view type);
 std::vector<std::string> folderList(std::string_view folder);
 int32_t deleteXFiles(std::string_view folder, std::string_view fileSpec);

@@ -63,15 +63,20 @@ int32_t ProgressRun::value() const {
   return percent();
 }
 
-// The handler hears only values that are not 0 and differ from the last one it heard.
-void ProgressRun::report() {
+void ProgressRun::callHandler(int32_t v) {
   if (!(flags_ & kProgressCallLingo) || cancelled_) return;
-  const int32_t v = value();
-  if (v == 0 || v == lastReported_) return;
-  lastReported_ = v;
   if (platform::hostHooks().progressUpdate(v, fileName_) ==
       platform::HostHooks::HandlerAnswer::Cancel)
     cancelled_ = true;
+}
+
+// After a block the handler hears only values that are not 0 and differ from the last one it
+// heard there.
+void ProgressRun::report() {
+  const int32_t v = value();
+  if (v == 0 || v == lastReported_) return;
+  lastReported_ = v;
+  callHandler(v);
 }
 
 bool ProgressRun::beginFile(std::string_view leafName, uint64_t) {
@@ -81,7 +86,8 @@ bool ProgressRun::beginFile(std::string_view leafName, uint64_t) {
     window_->setName(shortProgressName(fileName_));
     if (window_->poll()) cancelled_ = true;
   }
-  report();
+  // Every file is announced, with the value reached so far, whatever the handler heard before.
+  callHandler(value());
   return !cancelled_;
 }
 
@@ -158,7 +164,7 @@ int32_t xCopyProgress(std::string_view sourceFolder, std::string_view destFolder
       std::replace(relative.begin(), relative.end(), sourceUnix ? '/' : ':', destUnix ? '/' : ':');
     const std::string dest = destRoot + relative;
     if (makeDirs != 0) createFolderPath(dest);
-    setFileAttributes(dest, fileAttributes(folder).substr(0, 35));
+    copyFolderAttributes(folder, dest);
     const int32_t code = copyFolderFiles(folder, dest, fileSpec, overwrite, &run);
     if (run.cancelled()) {
       result = kCancelled;

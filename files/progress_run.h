@@ -50,6 +50,8 @@ class ProgressRun final : public CopyObserver {
   int32_t value() const;
 
  private:
+  // The handler, with Flags bit 16 and unless the copy is cancelled; its cancel is kept.
+  void callHandler(int32_t value);
   void report();
 
   std::string title_, buttonText_, fileName_;

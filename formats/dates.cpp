@@ -260,7 +260,8 @@ int32_t fileAge(std::string_view file) {
   std::string native = paths::nativePath(file);
   if (native.empty()) return 0;
   std::optional<platform::FileInfo> info = platform::fileService().info(native);
-  if (!info) return 0;
+  // The age is asked of a file's own information, which a folder has not.
+  if (!info || info->kind == platform::FileKind::Folder) return 0;
   uint32_t stamp = localStamp1904(static_cast<time_t>(info->modifiedSeconds));
   return static_cast<int32_t>(stamp - 2000000000u);
 }

@@ -142,7 +142,8 @@ class FileService {
 
   // ---- Permissions, locks, invisibility -------------------------------------------------------------
   virtual bool setMode(const std::string& path, uint32_t mode) = 0;
-  // A locked item may not be deleted, renamed or overwritten until it is unlocked. Locked means
+  // A locked item may not be written, deleted, renamed or overwritten until it is unlocked, and a
+  // locked folder gains and loses no items (EPERM, whoever runs the process). Locked means
   // the immutable flag, or no write bit for anyone; locking sets the flag where the process may,
   // else clears every write bit; unlocking clears the flag and gives the owner a write bit back
   // when nobody had one. Both follow links.

@@ -158,6 +158,7 @@ bool statItem(const std::string& path, bool followLinks, struct statx& sx) {
   return ::statx(AT_FDCWD, path.c_str(), flags, STATX_BASIC_STATS, &sx) == 0;
 }
 
+// Locked: the immutable flag, or no write bit for anyone. A link itself is never locked.
 bool lockedItem(const struct statx& sx) {
   if (S_ISLNK(sx.stx_mode)) return false;
   if ((sx.stx_attributes & STATX_ATTR_IMMUTABLE) != 0) return true;
@@ -345,6 +346,9 @@ class LinuxFileService final : public FileService {
   int lastError() const override { return error_; }
 
   std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) override {
+    if (mode != OpenMode::Read &&
+        lockRefuses(path, mode == OpenMode::ReadWrite ? Change::Data : Change::Name))
+      return nullptr;
     int flags = O_CLOEXEC;
     switch (mode) {
       case OpenMode::Read: flags |= O_RDONLY; break;
@@ -360,6 +364,7 @@ class LinuxFileService final : public FileService {
   }
 
   bool createFolder(const std::string& path) override {
+    if (lockRefuses(trimmed(path), Change::Name)) return false;
     return check(::mkdir(path.c_str(), 0777) == 0);
   }
 
@@ -368,7 +373,7 @@ class LinuxFileService final : public FileService {
     std::string item = trimmed(path);
     struct statx sx {};
     if (!statItem(item, false, sx)) return check(false);
-    if (lockedItem(sx)) return refuse(EPERM);
+    if (lockRefuses(item, Change::Name)) return false;
     if (::unlink(item.c_str()) != 0) return check(false);
     forgetItem(item);
     return true;
@@ -378,7 +383,7 @@ class LinuxFileService final : public FileService {
     std::string item = trimmed(path);
     struct statx sx {};
     if (!statItem(item, false, sx)) return check(false);
-    if (lockedItem(sx)) return refuse(EPERM);
+    if (lockRefuses(item, Change::Name)) return false;
     if (::rmdir(item.c_str()) != 0) return check(false);
     forgetItem(item);
     return true;
@@ -388,9 +393,8 @@ class LinuxFileService final : public FileService {
     std::string from = trimmed(fromPath), to = trimmed(toPath);
     struct statx sx {};
     if (!statItem(from, false, sx)) return check(false);
-    if (lockedItem(sx)) return refuse(EPERM);
+    if (lockRefuses(from, Change::Name) || lockRefuses(to, Change::Name)) return false;
     bool replacing = statItem(to, false, sx);
-    if (replacing && lockedItem(sx)) return refuse(EPERM);
     if (from == to) return true;
     bool fromListed = hiddenLists_.listed(from);
     bool toListed = replacing && hiddenLists_.listed(to);
@@ -409,9 +413,7 @@ class LinuxFileService final : public FileService {
 
   bool exchange(const std::string& aPath, const std::string& bPath) override {
     std::string a = trimmed(aPath), b = trimmed(bPath);
-    struct statx sx {};
-    if (statItem(a, false, sx) && lockedItem(sx)) return refuse(EPERM);
-    if (statItem(b, false, sx) && lockedItem(sx)) return refuse(EPERM);
+    if (lockRefuses(a, Change::Name) || lockRefuses(b, Change::Name)) return false;
     bool aListed = hiddenLists_.listed(a), bListed = hiddenLists_.listed(b);
     if (::renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) != 0)
       return check(false);
@@ -543,6 +545,7 @@ class LinuxFileService final : public FileService {
   }
 
   bool createLink(const std::string& target, const std::string& path) override {
+    if (lockRefuses(trimmed(path), Change::Name)) return false;
     return check(::symlink(target.c_str(), path.c_str()) == 0);
   }
 
@@ -560,6 +563,10 @@ class LinuxFileService final : public FileService {
     if (statItem(to, false, existing)) {
       ::close(in);
       return refuse(lockedItem(existing) ? EPERM : EEXIST);
+    }
+    if (lockRefuses(to, Change::Name)) {
+      ::close(in);
+      return false;
     }
     int out = ::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, st.st_mode & 07777);
     if (out < 0) {
@@ -769,6 +776,23 @@ class LinuxFileService final : public FileService {
     return false;
   }
 
+  // What a writer changes: an item's data, or a name in a folder (adding, removing, renaming or
+  // replacing an item).
+  enum class Change { Data, Name };
+
+  // The lock rule, the one check of every writer: a locked item's data is not written, and no
+  // name is added, removed or replaced where the item under it or its folder is locked. Applied
+  // alike whoever runs the host: the kernel would let root write, fill or empty what nobody has a
+  // write bit for. True (lastError() EPERM) when the rule refuses.
+  bool lockRefuses(const std::string& item, Change change) {
+    struct statx sx {};
+    bool refused = statItem(item, change == Change::Data, sx) && lockedItem(sx);
+    if (!refused && change == Change::Name)
+      refused = statItem(folderOf(item), true, sx) && lockedItem(sx);
+    if (refused) error_ = EPERM;
+    return refused;
+  }
+
   std::optional<FinderInfo> readFinderInfo(const std::string& item) {
     std::vector<unsigned char> value(64);
     ssize_t n = ::getxattr(item.c_str(), kFinderInfoAttribute, value.data(), value.size());
@@ -858,6 +882,9 @@ class LinuxFileService final : public FileService {
     if (current != nullptr) names = *current;
     bool has = std::find(names.begin(), names.end(), name) != names.end();
     if (has == listed) return true;
+    // The list is the folder's: a locked folder's list does not change.
+    struct statx sx {};
+    if (statItem(folder, true, sx) && lockedItem(sx)) return refuse(EPERM);
     if (listed)
       names.push_back(name);
     else

@@ -157,6 +157,57 @@ TEST_F(CopyEngine, XCopyReproducesTheTree) {
             6);
 }
 
+// Each destination folder takes its source folder's attributes as read, "" included: tsXCopy
+// after the folder's files, tsXCopyProgress before them.
+TEST_F(CopyEngine, XCopyGivesEachFolderItsSourcesAttributes) {
+  make("src/sub/a.txt", "a");
+  folder("src/shown");
+  folder("src/sub/veiled");
+  folder("dst/shown");
+  if (!setAttributes("src/sub/veiled", "h") || !setAttributes("dst/shown", "h") ||
+      !setAttributes("dst", "rh"))
+    GTEST_SKIP() << "no locks or invisible flags here";
+  // The locked destination root (no file of the source root goes into it) is unlocked by its
+  // source's "" before its subfolders are made.
+  EXPECT_EQ(integer("tsXCopy", {Value(at("src")), Value(at("dst")), Value(""), Value(""), Value(1)}),
+            0);
+  EXPECT_EQ(read("dst/sub/a.txt"), "a");
+  for (const char* plain : {"dst", "dst/shown", "dst/sub"})
+    EXPECT_EQ(text("tsFileAttributes", {Value(at(plain))}), "") << plain;
+  EXPECT_EQ(text("tsFileAttributes", {Value(at("dst/sub/veiled"))}), "h");
+
+  // A locked destination holding files: tsXCopy copies the files first (and fails on them),
+  // tsXCopyProgress unlocks first.
+  make("top/t.txt", "t");
+  folder("locked");
+  ASSERT_TRUE(setAttributes("locked", "r"));
+  EXPECT_EQ(integer("tsXCopy", {Value(at("top")), Value(at("locked")), Value(""), Value(""), Value(1)}),
+            4);
+  EXPECT_EQ(text("tsFileAttributes", {Value(at("locked"))}), "");
+  ASSERT_TRUE(setAttributes("locked", "r"));
+  EXPECT_EQ(integer("tsXCopyProgress", {Value(at("top")), Value(at("locked")), Value(""), Value(""),
+                                        Value(1), Value(""), Value(""), Value(8)}),
+            0);
+  EXPECT_EQ(read("locked/t.txt"), "t");
+}
+
+// The handler hears every file as it starts, with the value reached so far (0 included); after
+// each block only values that are new and not 0.
+TEST_F(CopyEngine, ProgressHandlerHearsEveryFileAtItsStart) {
+  make("p/small.txt", std::string(1600, 's'));
+  make("p/sub/deep.txt", std::string(8400, 'd'));
+  std::vector<std::pair<int32_t, std::string>> heard;
+  movie_.handlers["tsCopyProgressUpdate"] = [&](const std::vector<Value>& args) {
+    heard.emplace_back(args.at(0).integer(), args.at(1).string());
+    return Value();
+  };
+  EXPECT_EQ(integer("tsXCopyProgress", {Value(at("p")), Value(at("q")), Value(""), Value(""),
+                                        Value(1), Value(""), Value(""), Value(24)}),
+            0);
+  using Heard = std::vector<std::pair<int32_t, std::string>>;
+  EXPECT_EQ(heard, (Heard{{0, "small.txt"}, {16, "small.txt"}, {16, "deep.txt"}, {100, "deep.txt"}}));
+}
+
 TEST_F(CopyEngine, CreateRenameAndDelete) {
   EXPECT_EQ(integer("tsCreateFolder", {Value(at("a/b/c"))}), 1);
   EXPECT_EQ(integer("tsCreateFolder", {Value(hfs("a:b:c:"))}), 1);  // already there

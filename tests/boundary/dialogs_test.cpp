@@ -369,7 +369,7 @@ TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
     heard.emplace_back(args[0].integer(), args[1].string());
     return Value();
   };
-  // Flags 8 + 16: no window, every distinct non-zero percentage heard once.
+  // Flags 8 + 16: no window; the file's start, then every distinct non-zero percentage once.
   EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/a.bin", "", "T", "B", 24}), 0);
   ASSERT_FALSE(heard.empty());
   EXPECT_EQ(heard.back().first, 100);
@@ -377,8 +377,10 @@ TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
   EXPECT_EQ(heard.front().second, "big.bin");
   expectBrackets(0);
 
-  // A handler that answers 1 cancels after the first block; the partial copy stays.
-  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) { return Value(1); };
+  // A handler that answers 1 to the first block cancels there; the partial copy stays.
+  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>& args) {
+    return Value(args[0].integer() > 0 ? 1 : 0);
+  };
   EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/b.bin", "", "T", "B", 24}), 9);
   EXPECT_EQ(std::filesystem::file_size(dir.str() + "/b.bin"), 64512u);
   // A movie without the handler is no error; no movie at all cancels.

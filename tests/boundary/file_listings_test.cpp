@@ -58,6 +58,24 @@ TEST_F(FileListings, FolderListListsDotlessSubfoldersAndNoFiles) {
   EXPECT_EQ(sorted(call("tsFolderList", {Value(at("missing"))})), Strings{});
 }
 
+// A listed name appended to its folder's path in the current style names the item again; the
+// search names it the same way.
+TEST_F(FileListings, NamesWithAColonComeInTheCurrentStyle) {
+  make("c/a:b");
+  folder("c/x:y");
+  EXPECT_EQ(sorted(call("tsFileList", {Value(hfs("c")), Value("")})), Strings{"a/b"});
+  EXPECT_EQ(sorted(call("tsFolderList", {Value(hfs("c"))})), Strings{"x/y"});
+  EXPECT_EQ(integer("tsFileExists", {Value(hfs("c") + ":a/b")}), 1);
+  EXPECT_EQ(integer("tsFolderExists", {Value(hfs("c") + ":x/y")}), 1);
+  EXPECT_EQ(text("tsFindFirstFile", {Value(hfs("c")), Value("a/b")}), hfs("c") + ":a/b");
+  EXPECT_EQ(text("tsFindNextFile"), "");  // run to its end, so the next search starts afresh
+  unixNames(true);
+  EXPECT_EQ(sorted(call("tsFileList", {Value(at("c")), Value("")})), Strings{"a:b"});
+  EXPECT_EQ(sorted(call("tsFolderList", {Value(at("c"))})), Strings{"x:y"});
+  EXPECT_EQ(text("tsFindFirstFile", {Value(at("c")), Value("a:b")}), at("c/a:b"));
+  EXPECT_EQ(text("tsFindNextFile"), "");
+}
+
 TEST_F(FileListings, DeleteXFilesTakesTheGeneralSpec) {
   for (const char* name : {"a.TXT", "b.txt", ".h.txt", "c.txt.bak", "d.doc"}) make(std::string("d/") + name);
   make("d/sub/e.txt");

@@ -246,6 +246,47 @@ TEST_F(FileQueries, AttributeLettersAndTheirSideEffects) {
   EXPECT_EQ(integer("tsSetFileAttributes", {Value(s(dir_.path() / "missing")), Value("h")}), 0);
 }
 
+// A file nobody may write (chmod a-w, or locked by a user who may not set the immutable flag)
+// is locked, and every writer refuses it, whoever runs the host: root, who could write it, too.
+TEST_F(FileQueries, AFileNobodyMayWriteIsLockedForEveryWriter) {
+  fs::path file = dir_.file("Locked", "[Main]\rKey=old");
+  std::string f = s(file);
+  std::string other = s(dir_.file("Other", "new"));
+  ASSERT_EQ(::chmod(f.c_str(), 0444), 0);
+  EXPECT_EQ(text("tsFileAttributes", {Value(f)}), "r");
+  EXPECT_EQ(integer("tsEncryptFile", {Value(f), Value("key")}), 0);
+  EXPECT_EQ(integer("tsWriteIni", {Value("Main"), Value("Key"), Value("new"), Value(f)}), 0);
+  EXPECT_EQ(integer("tsCopyFile", {Value(other), Value(f), Value("")}), 4);
+  EXPECT_EQ(integer("tsRenameFile", {Value(f), Value(f + " renamed")}), 0);
+  EXPECT_EQ(integer("tsDeleteFile", {Value(f)}), 0);
+  EXPECT_EQ(readFile(file), "[Main]\rKey=old");
+  // It still takes Finder flags, and stays locked.
+  EXPECT_EQ(integer("tsSetFileAttributes", {Value(f), Value("rc")}), 1);
+  EXPECT_EQ(text("tsFileAttributes", {Value(f)}), "rc");
+  EXPECT_EQ(readFile(file), "[Main]\rKey=old");
+  // Unlocked, every writer may.
+  EXPECT_EQ(integer("tsSetFileAttributes", {Value(f), Value("-r")}), 1);
+  EXPECT_EQ(integer("tsEncryptFile", {Value(f), Value("key")}), 1);
+  EXPECT_NE(readFile(file), "[Main]\rKey=old");
+
+  // A folder nobody may write is locked: it gains and loses no items; its files keep their own
+  // lock state.
+  fs::path box = dir_.path() / "Box";
+  std::string inside = s(dir_.file("Box/inside", "in"));
+  ASSERT_EQ(::chmod(s(box).c_str(), 0555), 0);
+  EXPECT_EQ(text("tsFileAttributes", {Value(s(box))}), "r");
+  EXPECT_EQ(integer("tsCreateFolder", {Value(s(box / "new"))}), 0);
+  EXPECT_EQ(integer("tsCopyFile", {Value(other), Value(s(box / "copy")), Value("")}), 4);
+  EXPECT_EQ(integer("tsWriteIni", {Value("Main"), Value("Key"), Value("v"), Value(s(box / "new.ini"))}),
+            0);
+  EXPECT_EQ(integer("tsRenameFile", {Value(inside), Value(inside + " renamed")}), 0);
+  EXPECT_EQ(integer("tsDeleteFile", {Value(inside)}), 0);
+  EXPECT_EQ(integer("tsEncryptFile", {Value(inside), Value("key")}), 1);
+  std::vector<std::string> left;
+  for (auto& entry : fs::directory_iterator(box)) left.push_back(entry.path().filename().string());
+  EXPECT_EQ(left, std::vector<std::string>{"inside"});
+}
+
 TEST_F(FileQueries, TypeAndCreator) {
   std::string f = s(dir_.file("Notes", "x"));
   EXPECT_EQ(text("tsFileType", {Value(f)}), "");

@@ -338,6 +338,9 @@ TEST_F(Formats, FileDatesAndAges) {
   EXPECT_EQ(text("tsFileDate", {missing, Value("yyyy"), Value("hh")}), "");
   EXPECT_EQ(text("tsFileDateEx", {missing, Value("c"), Value("yyyy"), Value("hh")}), "");
   EXPECT_EQ(integer("tsFileAge", {missing}), 0);
+  // The age is a file's only: a folder answers 0, as a missing item does.
+  EXPECT_EQ(integer("tsFileAge", {Value(dir_.str())}), 0);
+  EXPECT_EQ(integer("tsFileAge", {Value(dir_.str() + "/")}), 0);
 }
 
 }  // namespace

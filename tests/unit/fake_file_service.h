@@ -1,7 +1,8 @@
 // An in-memory file service for logic tests: a tree of files, folders and links with Finder
 // information, resource forks, locks and invisibility, following the Linux backend's rules
-// (locked items refuse removal, renaming and replacement with EPERM; forks travel with copies and
-// renames; a "." name is always invisible). Listings come in name order.
+// (locked items refuse writing, removal, renaming and replacement with EPERM, and a locked
+// folder gains and loses no items; forks travel with copies and renames; a "." name is always
+// invisible). Listings come in name order.
 #pragma once
 
 #include <algorithm>
@@ -85,13 +86,14 @@ class FakeFileService final : public FileService {
     if (mode == OpenMode::CreateNew) {
       if (exists(p)) return error_ = EEXIST, nullptr;
       if (!isFolder(parentOf(p))) return error_ = ENOENT, nullptr;
+      if (folderLocked(p)) return error_ = EPERM, nullptr;
       addFile(p);
     }
     Node* n = resolve(p);
     if (n == nullptr) return error_ = ENOENT, nullptr;
     if (n->kind != FileKind::File) return error_ = EISDIR, nullptr;
     if (mode != OpenMode::Read && (n->immutable || (n->mode & 0222) == 0))
-      return error_ = EACCES, nullptr;
+      return error_ = EPERM, nullptr;
     return std::make_unique<File>(*n, mode != OpenMode::Read);
   }
 
@@ -99,6 +101,7 @@ class FakeFileService final : public FileService {
     std::string p = clean(path);
     if (exists(p)) return refuse(EEXIST);
     if (!isFolder(parentOf(p))) return refuse(ENOENT);
+    if (folderLocked(p)) return refuse(EPERM);
     addFolder(p);
     return true;
   }
@@ -106,7 +109,7 @@ class FakeFileService final : public FileService {
     Node* n = node(path);
     if (n == nullptr) return refuse(ENOENT);
     if (n->kind == FileKind::Folder) return refuse(EISDIR);
-    if (locked(*n)) return refuse(EPERM);
+    if (locked(*n) || folderLocked(path)) return refuse(EPERM);
     nodes_.erase(clean(path));
     hiddenListed.erase(clean(path));
     return true;
@@ -116,7 +119,7 @@ class FakeFileService final : public FileService {
     Node* n = node(p);
     if (n == nullptr) return refuse(ENOENT);
     if (n->kind != FileKind::Folder) return refuse(ENOTDIR);
-    if (locked(*n)) return refuse(EPERM);
+    if (locked(*n) || folderLocked(p)) return refuse(EPERM);
     if (!children(p).empty()) return refuse(ENOTEMPTY);
     nodes_.erase(p);
     hiddenListed.erase(p);
@@ -126,7 +129,7 @@ class FakeFileService final : public FileService {
     std::string f = clean(from), t = clean(to);
     Node* n = node(f);
     if (n == nullptr) return refuse(ENOENT);
-    if (locked(*n)) return refuse(EPERM);
+    if (locked(*n) || folderLocked(f) || folderLocked(t)) return refuse(EPERM);
     if (!isFolder(parentOf(t))) return refuse(ENOENT);
     if (Node* old = node(t)) {
       if (locked(*old)) return refuse(EPERM);
@@ -155,7 +158,7 @@ class FakeFileService final : public FileService {
     Node* na = node(a);
     Node* nb = node(b);
     if (na == nullptr || nb == nullptr) return refuse(ENOENT);
-    if (locked(*na) || locked(*nb)) return refuse(EPERM);
+    if (locked(*na) || locked(*nb) || folderLocked(a) || folderLocked(b)) return refuse(EPERM);
     std::swap(*na, *nb);
     return true;
   }
@@ -193,6 +196,7 @@ class FakeFileService final : public FileService {
   bool createLink(const std::string& target, const std::string& path) override {
     if (exists(path)) return refuse(EEXIST);
     if (!isFolder(parentOf(clean(path)))) return refuse(ENOENT);
+    if (folderLocked(path)) return refuse(EPERM);
     addLink(path, target);
     return true;
   }
@@ -204,6 +208,7 @@ class FakeFileService final : public FileService {
     if (n->kind != FileKind::File) return refuse(EINVAL);
     if (Node* old = node(to)) return refuse(locked(*old) ? EPERM : EEXIST);
     if (!isFolder(parentOf(clean(to)))) return refuse(ENOENT);
+    if (folderLocked(to)) return refuse(EPERM);
     Node copy = *n;
     copy.immutable = false;
     size_t block = blockSize != 0 ? blockSize : size_t{1} << 20;
@@ -335,6 +340,10 @@ class FakeFileService final : public FileService {
     return n.kind != FileKind::Link &&
            (n.immutable || ((n.kind == FileKind::File || n.kind == FileKind::Folder) &&
                             (n.mode & 0222) == 0));
+  }
+  bool folderLocked(const std::string& path) {
+    Node* folder = resolve(parentOf(clean(path)));
+    return folder != nullptr && locked(*folder);
   }
   static bool invisibleFlag(const Node& n) { return n.finder && (n.finder->flags() & 0x4000); }
 

@@ -13,16 +13,17 @@ using testing::FakeDialogSession;
 TEST(ProgressRun, PercentOfTheWholeJobAndTheHandlerFilter) {
   FakeDialogSession desktop;
   ProgressRun run("Copying", "Stop", files::kProgressCallLingo, 4 * 64512.0);
-  EXPECT_TRUE(run.beginFile("a.bin", 2 * 64512));  // value 0: not reported
+  EXPECT_TRUE(run.beginFile("a.bin", 2 * 64512));  // every file is announced, 0 included
   EXPECT_TRUE(run.block(64512));                     // 25
   EXPECT_TRUE(run.block(64512));                     // 50
-  EXPECT_TRUE(run.beginFile("b.bin", 2 * 64512));  // 50 again: not reported
+  EXPECT_TRUE(run.beginFile("b.bin", 2 * 64512));  // 50 again, for the new name
   EXPECT_TRUE(run.block(64512));                     // 75
   EXPECT_TRUE(run.block(64512));                     // 100
   run.finish(true);
   using Call = std::pair<int32_t, std::string>;
   EXPECT_EQ(desktop.hooks.handlerCalls,
-            (std::vector<Call>{{25, "a.bin"}, {50, "a.bin"}, {75, "b.bin"}, {100, "b.bin"}}));
+            (std::vector<Call>{{0, "a.bin"}, {25, "a.bin"}, {50, "a.bin"}, {50, "b.bin"},
+                               {75, "b.bin"}, {100, "b.bin"}}));
   EXPECT_EQ(desktop.ui->progress.names, (std::vector<std::string>{"a.bin", "b.bin"}));
   EXPECT_EQ(desktop.ui->progress.percents, (std::vector<int32_t>{25, 50, 75, 100, 100}));
   EXPECT_FALSE(desktop.ui->progress.open);
@@ -41,7 +42,8 @@ TEST(ProgressRun, KilobytesTruncatedAndNeverBeyondTheTotal) {
   run.block(64512);   // more than the total: 150
   run.block(10);      // still 150: not reported
   using Call = std::pair<int32_t, std::string>;
-  EXPECT_EQ(desktop.hooks.handlerCalls, (std::vector<Call>{{65, "f"}, {130, "f"}, {150, "f"}}));
+  EXPECT_EQ(desktop.hooks.handlerCalls,
+            (std::vector<Call>{{0, "f"}, {65, "f"}, {130, "f"}, {150, "f"}}));
   EXPECT_EQ(run.percent(), 100);
   // Flags 8: no window and no bracket.
   EXPECT_EQ(desktop.ui->progress.opened, 0);
@@ -83,8 +85,7 @@ TEST(ProgressRun, ButtonOrHandlerCancels) {
     FakeDialogSession desktop;
     desktop.hooks.cancelAtCall = 1;
     ProgressRun run("", "", files::kProgressCallLingo | files::kProgressNoWindow, 100);
-    EXPECT_TRUE(run.beginFile("f", 100));
-    EXPECT_FALSE(run.block(1));  // the handler's first answer, to value 1
+    EXPECT_FALSE(run.beginFile("f", 100));  // the handler's first answer, as the file starts
     EXPECT_FALSE(run.block(1));
     EXPECT_EQ(desktop.hooks.handlerCalls.size(), 1u);
   }

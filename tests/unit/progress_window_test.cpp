@@ -94,9 +94,10 @@ TEST_F(ProgressWindowTest, EscapeCancelsAndTheWindowGoesWithTheCopy) {
   EXPECT_EQ(visibleWindowOfThisProcess(), "");
   EXPECT_EQ(hooks_.begun, 1);
   EXPECT_EQ(hooks_.ended, 1);
-  // The handler heard the whole job's percentages, each once, with the file's full name.
+  // The handler heard the file's start, then the whole job's percentages, each once, with the
+  // file's full name.
   ASSERT_FALSE(hooks_.handlerCalls.empty());
-  EXPECT_EQ(hooks_.handlerCalls.front(), std::make_pair(1, std::string("a file with a rather long name.bin")));
+  EXPECT_EQ(hooks_.handlerCalls.front(), std::make_pair(0, std::string("a file with a rather long name.bin")));
   for (size_t i = 1; i < hooks_.handlerCalls.size(); ++i)
     EXPECT_GT(hooks_.handlerCalls[i].first, hooks_.handlerCalls[i - 1].first);
 }

@@ -21,9 +21,13 @@ void collect(GtkWidget* widget, GtkWidget* top, SeenWindow& seen) {
       gtk_button_get_label(GTK_BUTTON(widget)) != nullptr) {
     int x = 0, y = 0;
     gtk_widget_translate_coordinates(widget, top, 0, 0, &x, &y);
-    seen.buttons.push_back({gtk_button_get_label(GTK_BUTTON(widget)), x, y,
-                            gtk_widget_get_sensitive(widget) != FALSE});
+    seen.buttons.push_back(
+        {gtk_button_get_label(GTK_BUTTON(widget)), x, y, gtk_widget_get_sensitive(widget) != FALSE,
+         gtk_style_context_has_class(gtk_widget_get_style_context(widget),
+                                     GTK_STYLE_CLASS_SUGGESTED_ACTION) != FALSE});
   }
+  if (GTK_IS_LABEL(widget) && gtk_widget_get_mapped(widget))
+    seen.texts.emplace_back(gtk_label_get_text(GTK_LABEL(widget)));
   if (GTK_IS_ENTRY(widget)) seen.entries.push_back(GTK_ENTRY(widget));
   if (GTK_IS_CONTAINER(widget)) {
     struct Ctx {

@@ -35,16 +35,19 @@ WindowGeometry geometryOf(unsigned long window);
 // Runs `work` on the GTK thread, inside the dialog's own loop, and waits for it.
 void onGtkThread(const std::function<void()>& work);
 
-// What is inside the visible top-level windows: titles and buttons (label, x, y, sensitive).
+// What is inside the visible top-level windows: titles, buttons (label, x, y, sensitive, marked as
+// the default action) and the texts of the labels on screen.
 struct SeenButton {
   std::string label;
   int x = 0, y = 0;
   bool sensitive = true;
+  bool suggested = false;
 };
 struct SeenWindow {
   std::string title;
   std::vector<SeenButton> buttons;
   std::vector<GtkEntry*> entries;
+  std::vector<std::string> texts;
 };
 std::vector<SeenWindow> visibleWindows();
 

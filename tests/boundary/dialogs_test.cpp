@@ -62,6 +62,19 @@ class Dialogs : public XtraTest {
     return out;
   }
 
+  // The window asks the manager for no close button: _MOTIF_WM_HINTS with functions given (flag
+  // 1) and, as "all" (1) is set, the close function (32) named as the one left out.
+  static bool asksForNoCloseButton(unsigned long window) {
+    const std::string hints =
+        shell("xprop -id " + std::to_string(window) + " _MOTIF_WM_HINTS 2>/dev/null");
+    unsigned flags = 0, functions = 0;
+    const size_t equals = hints.find('=');
+    if (equals == std::string::npos ||
+        std::sscanf(hints.c_str() + equals + 1, " %x, %x", &flags, &functions) != 2)
+      return false;
+    return (flags & 1) != 0 && (functions & 1) != 0 && (functions & 32) != 0;
+  }
+
   bool showsText(const SeenWindow& w, const std::string& text) {
     return std::find(w.texts.begin(), w.texts.end(), text) != w.texts.end();
   }
@@ -83,6 +96,7 @@ TEST_F(Dialogs, MessageBoxButtonSetsDefaultsAndKeys) {
     EXPECT_EQ(seen.title, "Question");
     EXPECT_EQ(labels(seen), (std::vector<std::string>{"Non", "Oui"}));
     EXPECT_EQ(suggested(seen), std::vector<std::string>{"Oui"});
+    EXPECT_TRUE(asksForNoCloseButton(w));
     screenshot("msgbox-yesno-note");
     keys("Escape");
     keys("alt+F4");
@@ -103,7 +117,8 @@ TEST_F(Dialogs, MessageBoxButtonSetsDefaultsAndKeys) {
   });
   EXPECT_EQ(v.string(), "No");
 
-  v = answer("tsMsgBox", {"Really stop?", "Stop", "OKCancel", "stop", 1}, [&](unsigned long) {
+  v = answer("tsMsgBox", {"Really stop?", "Stop", "OKCancel", "stop", 1}, [&](unsigned long w) {
+    EXPECT_FALSE(asksForNoCloseButton(w));
     screenshot("msgbox-okcancel-stop");
     keys("Escape");
   });

@@ -325,6 +325,13 @@ class GtkUiService final : public UiService {
     // A short message still makes a box wide enough to read as a dialog and carry its title.
     gtk_widget_set_size_request(dialog, kAlertMinWidth, -1);
     if (!spec.title.empty()) gtk_window_set_title(GTK_WINDOW(dialog), spec.title.c_str());
+    // The title bar is GTK's own, with a close button only where the close button answers
+    // (a set with Cancel): openbox draws its close button whatever _MOTIF_WM_HINTS asks.
+    GtkWidget* header = gtk_header_bar_new();
+    gtk_header_bar_set_title(GTK_HEADER_BAR(header), gtk_window_get_title(GTK_WINDOW(dialog)));
+    gtk_header_bar_set_show_close_button(GTK_HEADER_BAR(header), spec.cancelButton != 0);
+    gtk_widget_show(header);
+    gtk_window_set_titlebar(GTK_WINDOW(dialog), header);
     if (const char* name = iconName(spec.icon)) {
       G_GNUC_BEGIN_IGNORE_DEPRECATIONS
       gtk_message_dialog_set_image(GTK_MESSAGE_DIALOG(dialog),

@@ -149,6 +149,9 @@ std::vector<SeenWindow> visibleWindows() {
       const char* title = gtk_window_get_title(GTK_WINDOW(w));
       seen.title = title != nullptr ? title : "";
       collect(w, w, seen);
+      GtkWidget* titleBar = gtk_window_get_titlebar(GTK_WINDOW(w));
+      if (titleBar != nullptr && GTK_IS_HEADER_BAR(titleBar))
+        seen.titleBarClose = gtk_header_bar_get_show_close_button(GTK_HEADER_BAR(titleBar)) ? 1 : 0;
       windows.push_back(seen);
     }
     g_list_free(all);

@@ -48,6 +48,7 @@ struct SeenWindow {
   std::vector<SeenButton> buttons;
   std::vector<GtkEntry*> entries;
   std::vector<std::string> texts;
+  int titleBarClose = -1;  // a title bar of GTK's own: its close button shown (1) or not (0)
 };
 std::vector<SeenWindow> visibleWindows();
 

@@ -98,6 +98,37 @@ gint runDialog(const CallWindow& window) {
   return window.gone() ? GTK_RESPONSE_NONE : run.response;
 }
 
+// Gives a message box a title bar of GTK's own, with a close button only where the close button
+// answers: openbox draws its own close button whatever _MOTIF_WM_HINTS asks. The bar's height.
+int ownTitleBar(GtkWindow* window, bool closeButton) {
+  GtkWidget* header = gtk_header_bar_new();
+  gtk_header_bar_set_title(GTK_HEADER_BAR(header), gtk_window_get_title(window));
+  gtk_header_bar_set_show_close_button(GTK_HEADER_BAR(header), closeButton);
+  gtk_widget_show(header);
+  gtk_window_set_titlebar(window, header);
+  int height = 0;
+  gtk_widget_get_preferred_height(header, nullptr, &height);
+  return height;
+}
+
+// A window whose client area lies exactly under its title bar, as under a manager's frame: the
+// theme's border around windows that draw their own frame is taken away.
+void flushClientArea(GtkWindow* window) {
+  static GtkCssProvider* css = [] {
+    GtkCssProvider* provider = gtk_css_provider_new();
+    gtk_css_provider_load_from_data(
+        provider,
+        "window.tessel-placed, window.tessel-placed decoration "
+        "{ margin: 0; padding: 0; border-width: 0; box-shadow: none; }",
+        -1, nullptr);
+    return provider;
+  }();
+  GtkStyleContext* style = gtk_widget_get_style_context(GTK_WIDGET(window));
+  gtk_style_context_add_provider(style, GTK_STYLE_PROVIDER(css),
+                                 GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
+  gtk_style_context_add_class(style, "tessel-placed");
+}
+
 // The button Return stands for wears the theme's mark of the default action.
 void markDefault(GtkWidget* button) {
   if (button != nullptr)
@@ -325,13 +356,7 @@ class GtkUiService final : public UiService {
     // A short message still makes a box wide enough to read as a dialog and carry its title.
     gtk_widget_set_size_request(dialog, kAlertMinWidth, -1);
     if (!spec.title.empty()) gtk_window_set_title(GTK_WINDOW(dialog), spec.title.c_str());
-    // The title bar is GTK's own, with a close button only where the close button answers
-    // (a set with Cancel): openbox draws its close button whatever _MOTIF_WM_HINTS asks.
-    GtkWidget* header = gtk_header_bar_new();
-    gtk_header_bar_set_title(GTK_HEADER_BAR(header), gtk_window_get_title(GTK_WINDOW(dialog)));
-    gtk_header_bar_set_show_close_button(GTK_HEADER_BAR(header), spec.cancelButton != 0);
-    gtk_widget_show(header);
-    gtk_window_set_titlebar(GTK_WINDOW(dialog), header);
+    ownTitleBar(GTK_WINDOW(dialog), spec.cancelButton != 0);
     if (const char* name = iconName(spec.icon)) {
       G_GNUC_BEGIN_IGNORE_DEPRECATIONS
       gtk_message_dialog_set_image(GTK_MESSAGE_DIALOG(dialog),
@@ -407,6 +432,8 @@ class GtkUiService final : public UiService {
     gtk_window_set_type_hint(w, GDK_WINDOW_TYPE_HINT_DIALOG);
     gtk_window_set_resizable(w, FALSE);
     gtk_window_set_deletable(w, spec.cancelItem != 0);
+    flushClientArea(w);
+    const int titleBarHeight = ownTitleBar(w, spec.cancelItem != 0);
     GtkWidget* fixed = gtk_fixed_new();
     gtk_widget_set_size_request(fixed, spec.width, spec.height);
     gtk_container_add(GTK_CONTAINER(window), fixed);
@@ -463,7 +490,10 @@ class GtkUiService final : public UiService {
                        return TRUE;
                      }),
                      &run);
-    placeWindow(w, spec.place, true);
+    // The place is the client area's; the title bar goes above it.
+    WindowPlace place = spec.place;
+    if (!place.systemDefault) place.y -= titleBarHeight;
+    placeWindow(w, place, true);
     if (defaultButton != nullptr) {
       gtk_widget_set_can_default(defaultButton, TRUE);
       gtk_window_set_default(w, defaultButton);

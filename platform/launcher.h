@@ -19,8 +19,8 @@ class LauncherService {
 
   // Starts the executable `path` with `args` (argv[1...]); the new process's id, or nothing
   // when it could not be started. The process belongs to no one in the host: it is reaped by
-  // the system when it ends. A `hidden` program gets no launch timestamp, so that the window
-  // manager does not bring its window to the front; any other gets the X server's current time.
+  // the system when it ends. A `hidden` program gets no launch timestamp and its windows are kept
+  // under the active window (keepBehindActiveWindow); any other gets the X server's current time.
   virtual std::optional<int32_t> spawn(const std::string& path,
                                        const std::vector<std::string>& args, bool hidden) = 0;
   // Launches the application a .desktop file describes, with `files` (paths or URLs) as its

@@ -6,7 +6,10 @@
 // the host runs no GTK loop between calls.
 #include <dlfcn.h>
 #include <gio/gunixmounts.h>
+#include <gdk/gdkx.h>
 #include <gtk/gtk.h>
+// Xlib's None would stand in for DialogIcon::None.
+#undef None
 
 #include <chrono>
 #include <cstdio>
@@ -23,20 +26,121 @@ void drainEvents() {
   while (gtk_events_pending()) gtk_main_iteration_do(FALSE);
 }
 
-void destroyAndFlush(GtkWidget* window) {
-  gtk_widget_destroy(window);
-  drainEvents();
-  if (GdkDisplay* display = gdk_display_get_default()) gdk_display_flush(display);
+// The top-level window of one call, destroyed and its destruction flushed to the X server before
+// the call returns. Another client may destroy the X window first (`xdotool windowclose`): GTK
+// cannot take that (it warns, trips over the tick callbacks of widgets it then unrealizes, and
+// GDK ends the process on the X errors of its requests on the dead window). So the DestroyNotify
+// is taken away from GDK before it sees it, `gone` turns true, the call ends with its cancel
+// value and the widget is destroyed in the ordinary way; X errors on GTK's connection while the
+// window lives are ignored instead of ending the host.
+class CallWindow {
+ public:
+  explicit CallWindow(GtkWidget* window) : widget_(window) {
+    g_object_ref(window);
+    gdk_x11_display_error_trap_push(gdk_display_get_default());
+    gdk_window_add_filter(nullptr, &CallWindow::filter, this);
+  }
+  ~CallWindow() {
+    gtk_widget_destroy(widget_);
+    drainEvents();
+    gdk_window_remove_filter(nullptr, &CallWindow::filter, this);
+    GdkDisplay* display = gdk_display_get_default();
+    gdk_display_flush(display);
+    gdk_x11_display_error_trap_pop_ignored(display);
+    g_object_unref(widget_);
+  }
+  CallWindow(const CallWindow&) = delete;
+  CallWindow& operator=(const CallWindow&) = delete;
+  GtkWidget* widget() const { return widget_; }
+  bool gone() const { return gone_; }
+
+ private:
+  static GdkFilterReturn filter(GdkXEvent* native, GdkEvent*, gpointer data) {
+    auto* self = static_cast<CallWindow*>(data);
+    const XEvent* event = static_cast<const XEvent*>(native);
+    if (event->type != DestroyNotify || self->gone_ || !gtk_widget_get_realized(self->widget_))
+      return GDK_FILTER_CONTINUE;
+    GdkWindow* window = gtk_widget_get_window(self->widget_);
+    if (window == nullptr || !GDK_IS_X11_WINDOW(window) ||
+        event->xdestroywindow.window != gdk_x11_window_get_xid(window))
+      return GDK_FILTER_CONTINUE;
+    self->gone_ = true;
+    return GDK_FILTER_REMOVE;
+  }
+
+  GtkWidget* widget_;
+  bool gone_ = false;
+};
+
+void runUntil(const bool& done, const CallWindow& window) {
+  while (!done && !window.gone()) gtk_main_iteration_do(TRUE);
 }
 
-void runUntil(const bool& done) {
-  while (!done) gtk_main_iteration_do(TRUE);
+// Runs a GtkDialog to its response (GTK_RESPONSE_NONE when its window was destroyed from
+// outside); the dialog's close button and Escape answer GTK_RESPONSE_DELETE_EVENT.
+gint runDialog(const CallWindow& window) {
+  struct Run {
+    gint response = GTK_RESPONSE_NONE;
+    bool done = false;
+  } run;
+  GtkWidget* dialog = window.widget();
+  const gulong handler = g_signal_connect(
+      dialog, "response", G_CALLBACK(+[](GtkDialog*, gint id, gpointer data) {
+        auto* r = static_cast<Run*>(data);
+        r->response = id;
+        r->done = true;
+      }),
+      &run);
+  gtk_window_set_modal(GTK_WINDOW(dialog), TRUE);
+  gtk_widget_show(dialog);
+  runUntil(run.done, window);
+  g_signal_handler_disconnect(dialog, handler);
+  return window.gone() ? GTK_RESPONSE_NONE : run.response;
+}
+
+// Gives a message box a title bar of GTK's own, with a close button only where the close button
+// answers: openbox draws its own close button whatever _MOTIF_WM_HINTS asks. The bar's height.
+int ownTitleBar(GtkWindow* window, bool closeButton) {
+  GtkWidget* header = gtk_header_bar_new();
+  gtk_header_bar_set_title(GTK_HEADER_BAR(header), gtk_window_get_title(window));
+  gtk_header_bar_set_show_close_button(GTK_HEADER_BAR(header), closeButton);
+  gtk_widget_show(header);
+  gtk_window_set_titlebar(window, header);
+  int height = 0;
+  gtk_widget_get_preferred_height(header, nullptr, &height);
+  return height;
+}
+
+// A window whose client area lies exactly under its title bar, as under a manager's frame: the
+// theme's border around windows that draw their own frame is taken away.
+void flushClientArea(GtkWindow* window) {
+  static GtkCssProvider* css = [] {
+    GtkCssProvider* provider = gtk_css_provider_new();
+    gtk_css_provider_load_from_data(
+        provider,
+        "window.tessel-placed, window.tessel-placed decoration "
+        "{ margin: 0; padding: 0; border-width: 0; box-shadow: none; }",
+        -1, nullptr);
+    return provider;
+  }();
+  GtkStyleContext* style = gtk_widget_get_style_context(GTK_WIDGET(window));
+  gtk_style_context_add_provider(style, GTK_STYLE_PROVIDER(css),
+                                 GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
+  gtk_style_context_add_class(style, "tessel-placed");
+}
+
+// The button Return stands for wears the theme's mark of the default action.
+void markDefault(GtkWidget* button) {
+  if (button != nullptr)
+    gtk_style_context_add_class(gtk_widget_get_style_context(button),
+                                GTK_STYLE_CLASS_SUGGESTED_ACTION);
 }
 
 // Shows a button pressed for 8 ticks (133 ms), drawing meanwhile, so that a choice made from the
 // keyboard is seen on the button it stands for.
 void flashButton(GtkWidget* button) {
   if (button == nullptr || !gtk_widget_get_mapped(button)) return;
+  g_object_ref(button);  // its window may be destroyed from outside meanwhile
   gtk_widget_set_state_flags(button, GTK_STATE_FLAG_ACTIVE, FALSE);
   bool over = false;
   g_timeout_add(
@@ -46,8 +150,9 @@ void flashButton(GtkWidget* button) {
         return G_SOURCE_REMOVE;
       },
       &over);
-  runUntil(over);
+  while (!over) gtk_main_iteration_do(TRUE);
   gtk_widget_unset_state_flags(button, GTK_STATE_FLAG_ACTIVE);
+  g_object_unref(button);
   drainEvents();
 }
 
@@ -135,14 +240,13 @@ class GtkProgress final : public ProgressWindow {
  public:
   GtkProgress(const ProgressSpec& spec, std::pair<int32_t, int32_t> screen) {
     constexpr int32_t kWidth = 254, kHeight = 100;
-    window_ = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    GtkWindow* w = GTK_WINDOW(window_);
+    GtkWindow* w = GTK_WINDOW(window_.widget());
     gtk_window_set_title(w, spec.title.c_str());
     gtk_window_set_type_hint(w, GDK_WINDOW_TYPE_HINT_DIALOG);
     gtk_window_set_resizable(w, FALSE);
     GtkWidget* fixed = gtk_fixed_new();
     gtk_widget_set_size_request(fixed, kWidth, kHeight);
-    gtk_container_add(GTK_CONTAINER(window_), fixed);
+    gtk_container_add(GTK_CONTAINER(w), fixed);
     // Layout 2 and 3 put the bar above the name; layout 1 and 3 centre the button.
     const bool barFirst = (spec.layout & 2) != 0;
     const int32_t barTop = barFirst ? 16 : 37;
@@ -161,7 +265,7 @@ class GtkProgress final : public ProgressWindow {
                        static_cast<GtkProgress*>(self)->cancelled_ = true;
                      }),
                      this);
-    g_signal_connect(window_, "key-press-event",
+    g_signal_connect(w, "key-press-event",
                      G_CALLBACK(+[](GtkWidget*, GdkEventKey* event, gpointer self) -> gboolean {
                        if (event->keyval != GDK_KEY_Escape) return FALSE;
                        auto* progress = static_cast<GtkProgress*>(self);
@@ -170,35 +274,38 @@ class GtkProgress final : public ProgressWindow {
                        return TRUE;
                      }),
                      this);
-    g_signal_connect(window_, "delete-event",
+    g_signal_connect(w, "delete-event",
                      G_CALLBACK(+[](GtkWidget*, GdkEvent*, gpointer self) -> gboolean {
                        static_cast<GtkProgress*>(self)->cancelled_ = true;
                        return TRUE;
                      }),
                      this);
     placeWindow(w, {false, (screen.first - kWidth) / 2, (screen.second - kHeight) / 2}, false);
-    showModal(window_);
+    showModal(window_.widget());
     drainEvents();
   }
-  ~GtkProgress() override { destroyAndFlush(window_); }
   void setName(const std::string& name) override {
-    gtk_label_set_text(GTK_LABEL(name_), name.c_str());
+    if (!window_.gone()) gtk_label_set_text(GTK_LABEL(name_), name.c_str());
   }
   void setPercent(int32_t percent) override {
-    gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(bar_), percent / 100.0);
+    if (!window_.gone()) gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(bar_), percent / 100.0);
   }
+  // A window destroyed from outside cancels the copy.
   bool poll() override {
     drainEvents();
-    return cancelled_;
+    return cancelled_ || window_.gone();
   }
 
  private:
-  GtkWidget* window_ = nullptr;
+  CallWindow window_{gtk_window_new(GTK_WINDOW_TOPLEVEL)};
   GtkWidget* name_ = nullptr;
   GtkWidget* bar_ = nullptr;
   GtkWidget* button_ = nullptr;
   bool cancelled_ = false;
 };
+
+// The narrowest alert: a one-word message still gets a box as wide as the prompt and more.
+constexpr int kAlertMinWidth = 320;
 
 // ---- The service ---------------------------------------------------------------------------------
 
@@ -243,9 +350,13 @@ class GtkUiService final : public UiService {
                           : spec.icon == DialogIcon::Caution ? GTK_MESSAGE_WARNING
                           : spec.icon == DialogIcon::Stop    ? GTK_MESSAGE_ERROR
                                                              : GTK_MESSAGE_OTHER;
-    GtkWidget* dialog = gtk_message_dialog_new(nullptr, GTK_DIALOG_MODAL, type, GTK_BUTTONS_NONE,
-                                               "%s", spec.message.c_str());
+    CallWindow window(gtk_message_dialog_new(nullptr, GTK_DIALOG_MODAL, type, GTK_BUTTONS_NONE,
+                                             "%s", spec.message.c_str()));
+    GtkWidget* dialog = window.widget();
+    // A short message still makes a box wide enough to read as a dialog and carry its title.
+    gtk_widget_set_size_request(dialog, kAlertMinWidth, -1);
     if (!spec.title.empty()) gtk_window_set_title(GTK_WINDOW(dialog), spec.title.c_str());
+    ownTitleBar(GTK_WINDOW(dialog), spec.cancelButton != 0);
     if (const char* name = iconName(spec.icon)) {
       G_GNUC_BEGIN_IGNORE_DEPRECATIONS
       gtk_message_dialog_set_image(GTK_MESSAGE_DIALOG(dialog),
@@ -258,8 +369,10 @@ class GtkUiService final : public UiService {
                             static_cast<gint>(i));
     gtk_window_set_deletable(GTK_WINDOW(dialog), spec.cancelButton != 0);
     // The default button looks the part; Return itself is handled below.
-    if (spec.returnButton >= 1 && static_cast<size_t>(spec.returnButton) <= spec.buttons.size())
+    if (spec.returnButton >= 1 && static_cast<size_t>(spec.returnButton) <= spec.buttons.size()) {
       gtk_dialog_set_default_response(GTK_DIALOG(dialog), spec.returnButton);
+      markDefault(gtk_dialog_get_widget_for_response(GTK_DIALOG(dialog), spec.returnButton));
+    }
 
     struct Run {
       const AlertSpec* spec;
@@ -305,20 +418,22 @@ class GtkUiService final : public UiService {
                      &run);
     gtk_window_set_position(GTK_WINDOW(dialog), GTK_WIN_POS_CENTER);
     showModal(dialog);
-    runUntil(run.done);
-    destroyAndFlush(dialog);
-    return run.pressed;
+    runUntil(run.done, window);
+    return window.gone() ? 0 : run.pressed;
   }
 
   int32_t customBox(const CustomBoxSpec& spec) override {
     CustomBoxRun run;
     run.spec = &spec;
-    GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    CallWindow owned(gtk_window_new(GTK_WINDOW_TOPLEVEL));
+    GtkWidget* window = owned.widget();
     GtkWindow* w = GTK_WINDOW(window);
     gtk_window_set_title(w, spec.title.c_str());
     gtk_window_set_type_hint(w, GDK_WINDOW_TYPE_HINT_DIALOG);
     gtk_window_set_resizable(w, FALSE);
     gtk_window_set_deletable(w, spec.cancelItem != 0);
+    flushClientArea(w);
+    const int titleBarHeight = ownTitleBar(w, spec.cancelItem != 0);
     GtkWidget* fixed = gtk_fixed_new();
     gtk_widget_set_size_request(fixed, spec.width, spec.height);
     gtk_container_add(GTK_CONTAINER(window), fixed);
@@ -375,16 +490,19 @@ class GtkUiService final : public UiService {
                        return TRUE;
                      }),
                      &run);
-    placeWindow(w, spec.place, true);
+    // The place is the client area's; the title bar goes above it.
+    WindowPlace place = spec.place;
+    if (!place.systemDefault) place.y -= titleBarHeight;
+    placeWindow(w, place, true);
     if (defaultButton != nullptr) {
       gtk_widget_set_can_default(defaultButton, TRUE);
       gtk_window_set_default(w, defaultButton);
+      markDefault(defaultButton);
     }
     showModal(window);
     if (defaultButton != nullptr) gtk_widget_grab_focus(defaultButton);
-    runUntil(run.done);
-    destroyAndFlush(window);
-    return run.item;
+    runUntil(run.done, owned);
+    return owned.gone() ? 0 : run.item;
   }
 
   std::optional<std::vector<std::string>> prompt(const PromptSpec& spec) override {
@@ -394,7 +512,8 @@ class GtkUiService final : public UiService {
       GtkWidget* ok = nullptr;
       bool accepted = false, done = false;
     } run{&spec};
-    GtkWidget* dialog = gtk_dialog_new();
+    CallWindow window(gtk_dialog_new());
+    GtkWidget* dialog = window.widget();
     GtkWindow* w = GTK_WINDOW(dialog);
     gtk_window_set_title(w, spec.title.c_str());
     gtk_window_set_resizable(w, FALSE);
@@ -426,6 +545,7 @@ class GtkUiService final : public UiService {
     }
     GtkWidget* cancel = gtk_dialog_add_button(GTK_DIALOG(dialog), "Cancel", 2);
     run.ok = gtk_dialog_add_button(GTK_DIALOG(dialog), "OK", 1);
+    markDefault(run.ok);
 
     auto update = +[](GtkEditable*, gpointer data) {
       auto* r = static_cast<Run*>(data);
@@ -492,15 +612,15 @@ class GtkUiService final : public UiService {
       gtk_widget_grab_focus(run.entries.front());
       gtk_editable_select_region(GTK_EDITABLE(run.entries.front()), 0, -1);
     }
-    runUntil(run.done);
+    runUntil(run.done, window);
     std::optional<std::vector<std::string>> result;
+    if (window.gone()) return result;
     if (run.accepted) {
       result.emplace();
       for (GtkWidget* entry : run.entries) result->push_back(gtk_entry_get_text(GTK_ENTRY(entry)));
     }
     // The entries are read first, so keys typed during the flash change nothing.
     flashButton(run.accepted ? run.ok : cancel);
-    destroyAndFlush(dialog);
     return result;
   }
 
@@ -512,11 +632,13 @@ class GtkUiService final : public UiService {
     const char* accept = spec.mode == ChooserMode::Save     ? "_Save"
                          : spec.mode == ChooserMode::Folder ? "_Select"
                                                             : "_Open";
-    GtkWidget* dialog = gtk_file_chooser_dialog_new(
+    CallWindow window(gtk_file_chooser_dialog_new(
         spec.title.empty() ? nullptr : spec.title.c_str(), nullptr, action, "_Cancel",
-        GTK_RESPONSE_CANCEL, accept, GTK_RESPONSE_ACCEPT, nullptr);
+        GTK_RESPONSE_CANCEL, accept, GTK_RESPONSE_ACCEPT, nullptr));
+    GtkWidget* dialog = window.widget();
     GtkFileChooser* chooser = GTK_FILE_CHOOSER(dialog);
     gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
+    markDefault(gtk_dialog_get_widget_for_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT));
     gtk_file_chooser_set_local_only(chooser, TRUE);
     gtk_file_chooser_set_select_multiple(chooser, spec.multiple && spec.mode == ChooserMode::Open);
     gtk_file_chooser_set_do_overwrite_confirmation(chooser, spec.mode == ChooserMode::Save);
@@ -526,6 +648,8 @@ class GtkUiService final : public UiService {
       GtkWidget* content = gtk_dialog_get_content_area(GTK_DIALOG(dialog));
       gtk_box_pack_start(GTK_BOX(content), label, FALSE, FALSE, 6);
       gtk_box_reorder_child(GTK_BOX(content), label, 0);
+      // gtk_dialog_run shows the dialog alone; the chooser's own children are shown already.
+      gtk_widget_show(label);
     }
     if (!spec.startFolder.empty() && g_file_test(spec.startFolder.c_str(), G_FILE_TEST_IS_DIR))
       gtk_file_chooser_set_current_folder(chooser, spec.startFolder.c_str());
@@ -549,7 +673,7 @@ class GtkUiService final : public UiService {
     placeWindow(GTK_WINDOW(dialog), spec.place, false);
     gtk_window_set_focus_on_map(GTK_WINDOW(dialog), TRUE);
     std::vector<std::string> chosen;
-    if (gtk_dialog_run(GTK_DIALOG(dialog)) == GTK_RESPONSE_ACCEPT) {
+    if (runDialog(window) == GTK_RESPONSE_ACCEPT) {
       GSList* names = gtk_file_chooser_get_filenames(chooser);
       for (GSList* n = names; n != nullptr; n = n->next) {
         chosen.emplace_back(static_cast<char*>(n->data));
@@ -557,14 +681,14 @@ class GtkUiService final : public UiService {
       }
       g_slist_free(names);
     }
-    destroyAndFlush(dialog);
     return chosen;
   }
 
   int32_t chooseFromList(const ListChooserSpec& spec) override {
-    GtkWidget* dialog = gtk_dialog_new_with_buttons(spec.title.c_str(), nullptr, GTK_DIALOG_MODAL,
-                                                    "Cancel", GTK_RESPONSE_CANCEL, "OK",
-                                                    GTK_RESPONSE_ACCEPT, nullptr);
+    CallWindow window(gtk_dialog_new_with_buttons(spec.title.c_str(), nullptr, GTK_DIALOG_MODAL,
+                                                  "Cancel", GTK_RESPONSE_CANCEL, "OK",
+                                                  GTK_RESPONSE_ACCEPT, nullptr));
+    GtkWidget* dialog = window.widget();
     gtk_window_set_default_size(GTK_WINDOW(dialog), 360, 320);
     GtkWidget* content = gtk_dialog_get_content_area(GTK_DIALOG(dialog));
     gtk_container_set_border_width(GTK_CONTAINER(content), 8);
@@ -598,6 +722,7 @@ class GtkUiService final : public UiService {
     gtk_box_pack_start(GTK_BOX(content), scroller, TRUE, TRUE, 0);
 
     GtkWidget* ok = gtk_dialog_get_widget_for_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
+    markDefault(ok);
     GtkTreeSelection* selection = gtk_tree_view_get_selection(GTK_TREE_VIEW(view));
     gtk_tree_selection_set_mode(selection, GTK_SELECTION_SINGLE);
     auto sync = +[](GtkTreeSelection* s, gpointer button) {
@@ -623,7 +748,7 @@ class GtkUiService final : public UiService {
     gtk_widget_show_all(dialog);
     gtk_widget_grab_focus(view);
     int32_t chosen = -1;
-    if (gtk_dialog_run(GTK_DIALOG(dialog)) == GTK_RESPONSE_ACCEPT) {
+    if (runDialog(window) == GTK_RESPONSE_ACCEPT) {
       GtkTreeModel* model = nullptr;
       GtkTreeIter iter;
       if (gtk_tree_selection_get_selected(selection, &model, &iter)) {
@@ -632,7 +757,6 @@ class GtkUiService final : public UiService {
         gtk_tree_path_free(path);
       }
     }
-    destroyAndFlush(dialog);
     return chosen;
   }
 

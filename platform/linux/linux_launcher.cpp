@@ -20,6 +20,7 @@
 #include <memory>
 
 #include "platform/launcher.h"
+#include "platform/linux/background_launch.h"
 #include "platform/linux/deadline.h"
 #include "platform/linux/x11_connection.h"
 
@@ -302,6 +303,7 @@ class LinuxLauncherService final : public LauncherService {
     int status = 0;
     waitChild(middle, &status);
     if (got != sizeof message || message[0] != 0 || message[1] <= 0) return std::nullopt;
+    if (hidden) keepBehindActiveWindow(message[1]);
     return message[1];
   }
 
@@ -312,7 +314,9 @@ class LinuxLauncherService final : public LauncherService {
     if (app.p == nullptr) return std::nullopt;
     std::vector<std::string> uris;
     for (const std::string& f : files) uris.push_back(uriOf(f));
-    return launchWith(app.p, uris, hidden);
+    std::optional<int32_t> pid = launchWith(app.p, uris, hidden);
+    if (hidden && pid.value_or(0) > 0) keepBehindActiveWindow(*pid);
+    return pid;
   }
 
   int runShell(const std::string& command) override {

@@ -21,9 +21,13 @@ void collect(GtkWidget* widget, GtkWidget* top, SeenWindow& seen) {
       gtk_button_get_label(GTK_BUTTON(widget)) != nullptr) {
     int x = 0, y = 0;
     gtk_widget_translate_coordinates(widget, top, 0, 0, &x, &y);
-    seen.buttons.push_back({gtk_button_get_label(GTK_BUTTON(widget)), x, y,
-                            gtk_widget_get_sensitive(widget) != FALSE});
+    seen.buttons.push_back(
+        {gtk_button_get_label(GTK_BUTTON(widget)), x, y, gtk_widget_get_sensitive(widget) != FALSE,
+         gtk_style_context_has_class(gtk_widget_get_style_context(widget),
+                                     GTK_STYLE_CLASS_SUGGESTED_ACTION) != FALSE});
   }
+  if (GTK_IS_LABEL(widget) && gtk_widget_get_mapped(widget))
+    seen.texts.emplace_back(gtk_label_get_text(GTK_LABEL(widget)));
   if (GTK_IS_ENTRY(widget)) seen.entries.push_back(GTK_ENTRY(widget));
   if (GTK_IS_CONTAINER(widget)) {
     struct Ctx {
@@ -114,6 +118,25 @@ WindowGeometry geometryOf(unsigned long window) {
   return g;
 }
 
+WindowGeometry clientAreaOnScreen() {
+  WindowGeometry g;
+  onGtkThread([&] {
+    GList* all = gtk_window_list_toplevels();
+    for (GList* l = all; l != nullptr; l = l->next) {
+      GtkWidget* w = GTK_WIDGET(l->data);
+      GtkWidget* child = gtk_bin_get_child(GTK_BIN(w));
+      if (!gtk_widget_get_visible(w) || child == nullptr || !gtk_widget_get_realized(w)) continue;
+      int originX = 0, originY = 0, x = 0, y = 0;
+      gdk_window_get_origin(gtk_widget_get_window(w), &originX, &originY);
+      gtk_widget_translate_coordinates(child, w, 0, 0, &x, &y);
+      g = {originX + x, originY + y, gtk_widget_get_allocated_width(child),
+           gtk_widget_get_allocated_height(child)};
+    }
+    g_list_free(all);
+  });
+  return g;
+}
+
 void onGtkThread(const std::function<void()>& work) {
   struct Job {
     std::function<void()> work;
@@ -144,7 +167,12 @@ std::vector<SeenWindow> visibleWindows() {
       SeenWindow seen;
       const char* title = gtk_window_get_title(GTK_WINDOW(w));
       seen.title = title != nullptr ? title : "";
-      collect(w, w, seen);
+      // Places are the client area's, below any title bar of GTK's own.
+      GtkWidget* client = gtk_bin_get_child(GTK_BIN(w));
+      collect(w, client != nullptr ? client : w, seen);
+      GtkWidget* titleBar = gtk_window_get_titlebar(GTK_WINDOW(w));
+      if (titleBar != nullptr && GTK_IS_HEADER_BAR(titleBar))
+        seen.titleBarClose = gtk_header_bar_get_show_close_button(GTK_HEADER_BAR(titleBar)) ? 1 : 0;
       windows.push_back(seen);
     }
     g_list_free(all);

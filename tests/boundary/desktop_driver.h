@@ -31,20 +31,27 @@ struct WindowGeometry {
   int x = 0, y = 0, width = 0, height = 0;
 };
 WindowGeometry geometryOf(unsigned long window);
+// The client area (the child under the title bar) of this process's one visible GTK window, in
+// screen pixels.
+WindowGeometry clientAreaOnScreen();
 
 // Runs `work` on the GTK thread, inside the dialog's own loop, and waits for it.
 void onGtkThread(const std::function<void()>& work);
 
-// What is inside the visible top-level windows: titles and buttons (label, x, y, sensitive).
+// What is inside the visible top-level windows: titles, buttons (label, place in the client area,
+// sensitive, marked as the default action) and the texts of the labels on screen.
 struct SeenButton {
   std::string label;
   int x = 0, y = 0;
   bool sensitive = true;
+  bool suggested = false;
 };
 struct SeenWindow {
   std::string title;
   std::vector<SeenButton> buttons;
   std::vector<GtkEntry*> entries;
+  std::vector<std::string> texts;
+  int titleBarClose = -1;  // a title bar of GTK's own: its close button shown (1) or not (0)
 };
 std::vector<SeenWindow> visibleWindows();
 

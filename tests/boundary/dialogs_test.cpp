@@ -1,8 +1,14 @@
 // The dialogs as a movie meets them: real GTK windows in the host's process, driven with
 // xdotool under a window manager, with screenshots of each kind kept as test artefacts.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 
 #include "tests/boundary/boundary_support.h"
 #include "tests/boundary/desktop_driver.h"
@@ -48,6 +54,32 @@ class Dialogs : public XtraTest {
     return out;
   }
 
+  // The buttons that wear the theme's default-action style.
+  std::vector<std::string> suggested(const SeenWindow& w) {
+    std::vector<std::string> out;
+    for (const SeenButton& b : w.buttons)
+      if (b.suggested) out.push_back(b.label);
+    return out;
+  }
+
+  // Whether the window shows a close button: the manager's frame has one (openbox draws it
+  // whatever _MOTIF_WM_HINTS asks), else GTK's own title bar may.
+  bool offersCloseButton(unsigned long window, const SeenWindow& seen) {
+    const std::string extents =
+        shell("xprop -id " + std::to_string(window) + " _NET_FRAME_EXTENTS 2>/dev/null");
+    unsigned left = 0, right = 0, top = 0, bottom = 0;
+    const size_t equals = extents.find('=');
+    const bool framed = equals != std::string::npos &&
+                        std::sscanf(extents.c_str() + equals + 1, " %u, %u, %u, %u", &left,
+                                    &right, &top, &bottom) == 4 &&
+                        left + right + top + bottom > 0;
+    return framed || seen.titleBarClose == 1;
+  }
+
+  bool showsText(const SeenWindow& w, const std::string& text) {
+    return std::find(w.texts.begin(), w.texts.end(), text) != w.texts.end();
+  }
+
   void expectBrackets(int windows) {
     host::HostCounters c = host_->counters();
     EXPECT_EQ(c.resourcesBegun, windows);
@@ -64,6 +96,8 @@ TEST_F(Dialogs, MessageBoxButtonSetsDefaultsAndKeys) {
     SeenWindow seen = shown();
     EXPECT_EQ(seen.title, "Question");
     EXPECT_EQ(labels(seen), (std::vector<std::string>{"Non", "Oui"}));
+    EXPECT_EQ(suggested(seen), std::vector<std::string>{"Oui"});
+    EXPECT_FALSE(offersCloseButton(w, seen));
     screenshot("msgbox-yesno-note");
     keys("Escape");
     keys("alt+F4");
@@ -74,15 +108,18 @@ TEST_F(Dialogs, MessageBoxButtonSetsDefaultsAndKeys) {
   EXPECT_EQ(v.string(), "Yes");
   call("tsMsgBoxButtons", {"", "", "", "", "", "", ""});
 
-  // "OK" with DefButton 2: Return answers the second name, still "No" from YesNo.
-  v = answer("tsMsgBox", {"One button", "", "OK", "", 2}, [&](unsigned long) {
+  // "OK" with DefButton 2: Return answers the second name, still "No" from YesNo. A one-word
+  // plain alert is still a box of a dialog's width.
+  v = answer("tsMsgBox", {"Done.", "", "OK", "", 2}, [&](unsigned long w) {
     EXPECT_EQ(labels(shown()), std::vector<std::string>{"OK"});
+    EXPECT_GE(geometryOf(w).width, 320);
     screenshot("msgbox-ok-plain");
     keys("Return");
   });
   EXPECT_EQ(v.string(), "No");
 
-  v = answer("tsMsgBox", {"Really stop?", "Stop", "OKCancel", "stop", 1}, [&](unsigned long) {
+  v = answer("tsMsgBox", {"Really stop?", "Stop", "OKCancel", "stop", 1}, [&](unsigned long w) {
+    EXPECT_TRUE(offersCloseButton(w, shown()));
     screenshot("msgbox-okcancel-stop");
     keys("Escape");
   });
@@ -91,7 +128,9 @@ TEST_F(Dialogs, MessageBoxButtonSetsDefaultsAndKeys) {
   // The window manager's close button presses Cancel.
   v = answer("tsMsgBox", {"Save changes?", "Careful", "YesNoCancel", "Caution", 1},
              [&](unsigned long) {
-               EXPECT_EQ(labels(shown()), (std::vector<std::string>{"Cancel", "No", "Yes"}));
+               SeenWindow seen = shown();
+               EXPECT_EQ(labels(seen), (std::vector<std::string>{"Cancel", "No", "Yes"}));
+               EXPECT_EQ(suggested(seen), std::vector<std::string>{"Yes"});
                screenshot("msgbox-yesnocancel-caution");
                keys("alt+F4");
              });
@@ -114,7 +153,7 @@ TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
   Value v = answer("tsMsgBoxEx", {"Short.", "Custom", "Go", "Back", "", "stop", 1, "left",
                                   "Sans", 14, 7, 100, 120},
                    [&](unsigned long w) {
-                     WindowGeometry g = geometryOf(w);
+                     WindowGeometry g = clientAreaOnScreen();
                      EXPECT_EQ(g.x, 100);
                      EXPECT_EQ(g.y, 120);
                      EXPECT_EQ(g.width, 460);
@@ -127,6 +166,8 @@ TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
                      EXPECT_EQ(seen.buttons[0].y, 115);
                      EXPECT_EQ(seen.buttons[1].label, "Back");
                      EXPECT_EQ(seen.buttons[1].x, 170);
+                     EXPECT_EQ(suggested(seen), std::vector<std::string>{"Go"});
+                     EXPECT_TRUE(offersCloseButton(w, seen));
                      screenshot("msgboxex-icon-two-buttons");
                      keys("Escape");  // two buttons, DefButton 1: item 2 cancels
                    });
@@ -138,7 +179,7 @@ TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
               "on and on.\rAnd a second paragraph.",
               "Centred", "One", "Two", "Three", "", 3, "Center", "Serif", 16, 4, -1, 999},
              [&](unsigned long w) {
-               WindowGeometry g = geometryOf(w);
+               WindowGeometry g = clientAreaOnScreen();
                EXPECT_EQ(g.width, 460);
                EXPECT_GT(g.height, 120);
                EXPECT_EQ(g.x, (1280 - 460) / 2);
@@ -147,6 +188,7 @@ TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
                ASSERT_EQ(seen.buttons.size(), 3u);
                EXPECT_EQ(seen.buttons[2].label, "Three");  // item 3, on the left
                EXPECT_EQ(seen.buttons[2].x, 25);
+               EXPECT_FALSE(offersCloseButton(w, seen));  // no cancel item
                screenshot("msgboxex-centred-three-buttons");
                keys("Escape");
                std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -157,12 +199,12 @@ TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
 
   // Ctrl+period cancels with two buttons; DefButton 2 makes item 1 the cancel button.
   v = answer("tsMsgBoxEx", {"Dot.", "", "First", "Second", "", "NoIcon", 2, "r", "", 0, 0, 0, 0},
-             [&](unsigned long w) {
-               // At (0, 0) the window manager keeps the title bar on the screen, so the
-               // client area sits just below and right of the frame's corner.
-               WindowGeometry g = geometryOf(w);
+             [&](unsigned long) {
+               // At (0, 0) the title bar stays on the screen, so the client area sits just
+               // below it.
+               WindowGeometry g = clientAreaOnScreen();
                EXPECT_LE(g.x, 5);
-               EXPECT_LE(g.y, 40);
+               EXPECT_LE(g.y, 60);
                keys("ctrl+period");
              });
   EXPECT_EQ(v.string(), "First");
@@ -172,6 +214,7 @@ TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
 TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
   // Numbers only: letters and spaces are swallowed.
   Value v = answer("tsPrompt", {"Number", "How many?", "", 1, -1, 0}, [&](unsigned long) {
+    EXPECT_EQ(suggested(shown()), std::vector<std::string>{"OK"});
     screenshot("prompt-numbers");
     typeText("a1 b2");
     keys("Return");
@@ -295,14 +338,19 @@ TEST_F(Dialogs, SelectorsTakeTypedPaths) {
   Value v = answer("tsGetFilename", {"open", folder, "a.txt", ".TXT,.rtf", 0, "Pick a text", 0,
                                      -1, 0},
                    [&](unsigned long) {
+                     SeenWindow seen = shown();
+                     EXPECT_TRUE(showsText(seen, "Pick a text"));
+                     const auto marked = suggested(seen);
+                     EXPECT_NE(std::find(marked.begin(), marked.end(), "_Open"), marked.end());
                      screenshot("getfilename-open");
                      typeText(folder + "b.rtf");
                      keys("Return");
                    });
   EXPECT_EQ(v.string(), folder + "b.rtf");
 
-  v = answer("tsGetFilename", {"Save", folder, "new.txt", "", 0, "", 0, -1, 0},
+  v = answer("tsGetFilename", {"Save", folder, "new.txt", "", 0, "Name the copy", 0, -1, 0},
              [&](unsigned long) {
+               EXPECT_TRUE(showsText(shown(), "Name the copy"));
                screenshot("getfilename-save");
                keys("Return");
              });
@@ -318,7 +366,9 @@ TEST_F(Dialogs, SelectorsTakeTypedPaths) {
   EXPECT_EQ(v.listPtr()->items[0].string(), folder + "c.doc");
 
   v = answer("tsGetFolder", {folder, "Where?", 0, "Pick a folder", -1, 0}, [&](unsigned long) {
-    EXPECT_EQ(shown().title, "Pick a folder");
+    SeenWindow seen = shown();
+    EXPECT_EQ(seen.title, "Pick a folder");
+    EXPECT_TRUE(showsText(seen, "Where?"));
     screenshot("getfolder");
     typeText(folder + "sub/");
     keys("Return");
@@ -330,6 +380,9 @@ TEST_F(Dialogs, SelectorsTakeTypedPaths) {
 
   // The disk list starts on the start-up volume.
   v = answer("tsGetDisk", {"", "Which disk?", 0, -1, 0}, [&](unsigned long) {
+    SeenWindow seen = shown();
+    EXPECT_TRUE(showsText(seen, "Which disk?"));
+    EXPECT_EQ(suggested(seen), std::vector<std::string>{"OK"});
     screenshot("getdisk");
     keys("Return");
   });
@@ -451,6 +504,85 @@ TEST_F(Dialogs, ProgressFolderCopiesCheckFirstAndStopAtACancel) {
   EXPECT_FALSE(std::filesystem::exists(out + "/cut/one/b.txt"));
   EXPECT_FALSE(std::filesystem::exists(out + "/cut/two/c.txt"));
   expectBrackets(0);
+}
+
+// Standard error of this process, caught in a file from construction until `text` is read.
+class StderrCapture {
+ public:
+  StderrCapture() : saved_(::dup(2)) {
+    std::fflush(stderr);
+    int fd = ::open(file_.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
+    ::dup2(fd, 2);
+    ::close(fd);
+  }
+  ~StderrCapture() { restore(); }
+  std::string text() {
+    restore();
+    std::ifstream in(file_);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
+
+ private:
+  void restore() {
+    if (saved_ < 0) return;
+    std::fflush(stderr);
+    ::dup2(saved_, 2);
+    ::close(saved_);
+    saved_ = -1;
+  }
+  TempDir dir_;
+  std::string file_ = dir_.str() + "/stderr";
+  int saved_;
+};
+
+// A window that another client destroys ends its call with the dialog's cancel value, quietly,
+// and the next window works as usual.
+TEST_F(Dialogs, WindowsDestroyedFromOutsideGiveTheirCancelValue) {
+  TempDir dir;
+  const std::string folder = dir.str() + "/";
+  dir.file("a.txt", "a");
+  const std::string huge = dir.file("huge.bin", std::string(64 << 20, 'y')).string();
+  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    return Value();
+  };
+  struct Case {
+    const char* method;
+    std::vector<Value> args;
+    int32_t cancelCode;  // -1: the answer is ""
+  };
+  const Case cases[] = {
+      {"tsMsgBox", {"Going?", "", "OK", "", 1}, -1},
+      {"tsMsgBox", {"Going?", "", "YesNoCancel", "Caution", 1}, -1},
+      {"tsMsgBoxEx", {"Going?", "", "A", "B", "C", "stop", 1, "", "", 12, 0, -1, 0}, -1},
+      {"tsPrompt", {"c", "i", "typed", 0, -1, 0}, -1},
+      {"tsLogIn", {"c", "i", "n", "p", 0, "N", "P", -1, 0}, -1},
+      {"tsGetFilename", {"open", folder, "a.txt", "", 0, "Open", 0, -1, 0}, -1},
+      {"tsGetFilename", {"save", folder, "new.txt", "", 0, "", 0, -1, 0}, -1},
+      {"tsGetFolder", {folder, "", 0, "", -1, 0}, -1},
+      {"tsGetDisk", {"", "", 0, -1, 0}, -1},
+      {"tsGetFiles", {folder, "*.*", "a.txt", "", "", 0, -1, 0}, -1},
+      {"tsCopyFileProgress", {huge, folder + "copy.bin", "", "Copying", "Stop", 16}, 9},
+  };
+  StderrCapture err;
+  for (const Case& c : cases) {
+    Value v = answer(c.method, c.args, [&](unsigned long w) {
+      shell("xdotool windowclose " + std::to_string(w));
+    });
+    if (c.cancelCode >= 0) {
+      EXPECT_EQ(v.integer(), c.cancelCode) << c.method;
+    } else {
+      ASSERT_TRUE(v.isString()) << c.method;
+      EXPECT_EQ(v.string(), "") << c.method;
+    }
+  }
+  const std::string printed = err.text();
+  EXPECT_EQ(printed.find("CRITICAL"), std::string::npos) << printed;
+  EXPECT_EQ(printed.find("WARNING"), std::string::npos) << printed;
+  Value v = answer("tsMsgBox", {"Still here.", "", "OK", "", 1},
+                   [&](unsigned long) { keys("Return"); });
+  EXPECT_EQ(v.string(), "OK");
+  expectBrackets(static_cast<int>(std::size(cases)) + 1);
 }
 
 // Without a display every dialog answers its cancel value at once and takes no bracket.

@@ -17,6 +17,7 @@
 
 // After the test framework's headers: Xlib defines macros (None, Bool) that they use as names.
 #include <X11/Xlib.h>
+#include <X11/Xatom.h>
 
 namespace tessel::testing {
 namespace {
@@ -249,6 +250,60 @@ TEST_F(Desktop, ActivationBringsAProcessToTheFrontAlsoFromIconified) {
   pid_t sleeper = launch({"sleep", "30"});
   EXPECT_EQ(integer("tsWindowExists", {Value(sleeper)}), 1);
   EXPECT_EQ(integer("tsActivateWindow", {Value(sleeper)}), 0);
+}
+
+// A program started "hidden" stays behind the window the user works in, which keeps the focus:
+// an xterm (which says nothing about focus) and a GTK application alike, under openbox.
+TEST_F(Desktop, HiddenProgramsStayBehindTheActiveWindow) {
+  pid_t front = app("TesselFront");
+  bringToFront(front);
+  // The topmost place in the manager's stacking order of a process's windows (-1: none listed).
+  auto stackPlace = [&](int32_t pid) {
+    auto listOf = [&](Window w, const char* name, Atom type) {
+      std::vector<unsigned long> out;
+      Atom actual = 0;
+      int format = 0;
+      unsigned long count = 0, after = 0;
+      unsigned char* data = nullptr;
+      if (XGetWindowProperty(dpy_, w, XInternAtom(dpy_, name, False), 0, 4096, False, type,
+                             &actual, &format, &count, &after, &data) == Success &&
+          data != nullptr && format == 32) {
+        auto* values = reinterpret_cast<unsigned long*>(data);
+        out.assign(values, values + count);
+      }
+      if (data != nullptr) XFree(data);
+      return out;
+    };
+    int place = -1;
+    auto stack = listOf(DefaultRootWindow(dpy_), "_NET_CLIENT_LIST_STACKING", XA_WINDOW);
+    for (size_t i = 0; i < stack.size(); ++i) {
+      auto owner = listOf(stack[i], "_NET_WM_PID", XA_CARDINAL);
+      if (!owner.empty() && static_cast<int32_t>(owner[0]) == pid) place = static_cast<int>(i);
+    }
+    return place;
+  };
+  const std::string record = (dir_.path() / "hidden.log").string();
+  const std::filesystem::path gtkApp = dir_.file("gtk-app.sh", std::string("#!/bin/sh\nexec ") + TESSEL_TEST_APP +
+                                                     " --class TesselHidden --title hidden --record " +
+                                                     record + "\n");
+  std::filesystem::permissions(gtkApp, std::filesystem::perms::owner_all);
+  struct Client {
+    std::string program, name;
+  };
+  for (const Client& client : {Client{"/usr/bin/xterm", "xterm"},
+                               Client{gtkApp.string(), "TesselHidden"}}) {
+    ASSERT_EQ(integer("tsRunProgram", {Value(client.program), Value("hidden"), Value(0)}), 33);
+    int32_t started = 0;
+    ASSERT_TRUE(waitUntil([&] { return (started = findByName(client.name)) > 0; }))
+        << client.name << " never appeared";
+    ASSERT_TRUE(waitUntil([&] { return stackPlace(started) >= 0; }));
+    // Long enough for the manager to have focused and raised it, had it been left alone.
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(integer("tsActiveWindow"), front) << client.name << " took the focus";
+    EXPECT_LT(stackPlace(started), stackPlace(front)) << client.name << " went on top";
+    kill(started, SIGKILL);
+    ASSERT_TRUE(waitUntil([&] { return findByName(client.name) <= 0; }));
+  }
 }
 
 TEST_F(Desktop, CloseAsksEveryWindowAndMayBeRefused) {

@@ -61,12 +61,21 @@ TEST_F(Volumes, StartupVolumePathsConvertBothWays) {
   EXPECT_EQ(integer("tsFolderExists", {Value(hfsOf(folder))}), 1);
 }
 
-TEST_F(Volumes, MissingItemsTakeTheTextualForms) {
-  std::string missing = dir_.str() + "/missing/file.txt";
-  std::string textual = "/Volumes/" + hfsOf(missing);
-  std::replace(textual.begin() + 9, textual.end(), ':', '/');
-  EXPECT_EQ(text("tsUnixName", {Value(hfsOf(missing))}), textual);
+// A missing item's Unix form is where it would be on Linux, so another program can create it;
+// only a volume that is not mounted keeps the textual "/Volumes/NAME" form.
+TEST_F(Volumes, MissingItemsConvertThroughTheirVolume) {
+  movie_.folder = dir_.str() + "/";
+  const std::string created = dir_.str() + "/export.txt";
+  const std::string unixForm = text("tsUnixName", {Value("@:export.txt")});
+  EXPECT_EQ(unixForm, created);
+  EXPECT_EQ(integer("tsShell", {Value("system"), Value("echo hi > '" + unixForm + "'"), Value(""),
+                                Value(""), Value("")}),
+            33);
+  EXPECT_TRUE(std::filesystem::exists(created));
+  std::string missing = dir_.str() + "/missing/folder";
+  EXPECT_EQ(text("tsUnixName", {Value(hfsOf(missing) + ":")}), missing + "/");
   EXPECT_EQ(text("tsHFSName", {Value(missing)}), hfsOf(missing));
+  EXPECT_EQ(text("tsHFSName", {Value("/Volumes/" + startup_ + missing)}), hfsOf(missing));
   EXPECT_EQ(text("tsHFSName", {Value("/Volumes/Disk/a")}), "Disk:a");
   EXPECT_EQ(text("tsHFSName", {Value("Disk:a")}), "Disk:a");
   EXPECT_EQ(text("tsUnixName", {Value("Nowhere:a:b")}), "/Volumes/Nowhere/a/b");

@@ -2,9 +2,9 @@
 //
 // The format is bytes without an encoding. A line ends at CR, LF or CR LF (a rewrite keeps the
 // file's first line end; a file without one gets LF); a NUL cuts the rest of its line; a byte
-// 0xFF ends the file. A section header is exactly
-// "[" + name + "]"; a key line begins with the key immediately followed by "=". Names compare
-// ignoring ASCII case; nothing is trimmed; there is no comment syntax.
+// 0xFF ends the file. A section header is exactly "[" + name + "]"; a key line begins with the
+// key immediately followed by "=". Names compare ignoring ASCII case; nothing is trimmed; there
+// is no comment syntax.
 #pragma once
 
 #include <cstdint>

@@ -227,18 +227,19 @@ std::string toUnixPath(std::string_view path) {
 
 std::string toHfsPath(std::string_view path) {
   if (!isUnixPath(path)) return std::string(path);
-  // "/Volumes/NAME/rest" of a volume that is not mounted stays textual: "NAME:rest".
+  std::string native = nativePath(path);
+  FileKind kind = kindOf(native);
+  // A missing "/Volumes/NAME/rest" of a volume that is not mounted stays textual: "NAME:rest".
   constexpr std::string_view kVolumes = "/Volumes/";
-  if (startsWithIgnoringCase(path, kVolumes)) {
+  if (!kind.exists && startsWithIgnoringCase(path, kVolumes)) {
     std::string_view rest = path.substr(kVolumes.size());
     if (volumeNamed(rest.substr(0, rest.find('/'))) == nullptr)
       return replaceAll(rest, '/', ':');
   }
   // Any other path belongs to the volume that holds it, whether or not the item exists.
-  std::string native = nativePath(path);
-  FileKind kind = kindOf(native);
   std::string out = hfsOfNative(normalizeNative(native));
-  if (kind.exists ? kind.folder : path.size() > 1 && path.back() == '/') addTrailingSeparator(out);
+  if (kind.exists ? kind.folder : (path.size() > 1 && path.back() == '/'))
+    addTrailingSeparator(out);
   return out;
 }
 

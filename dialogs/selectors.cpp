@@ -123,7 +123,7 @@ std::string getFolder(std::string_view startDir, std::string_view instruction, i
   std::vector<std::string> chosen = showWith(
       [&](platform::UiService& ui) { return ui.chooseFiles(spec); }, std::vector<std::string>());
   if (chosen.empty()) return "";
-  return platform::utf8ToMacRoman(paths::fromNative(chosen.front(), true));
+  return paths::fromNative(chosen.front(), true);
 }
 
 std::string getDisk(std::string_view disk, std::string_view instruction, int32_t, int32_t x,
@@ -151,7 +151,7 @@ std::string getDisk(std::string_view disk, std::string_view instruction, int32_t
   const int32_t row =
       showWith([&](platform::UiService& u) { return u.chooseFromList(spec); }, int32_t{-1});
   if (row < 0 || static_cast<size_t>(row) >= results.size()) return "";
-  return platform::utf8ToMacRoman(results[static_cast<size_t>(row)]);
+  return results[static_cast<size_t>(row)];
 }
 
 std::string getFiles(const GetFilesOptions& o) {

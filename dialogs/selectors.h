@@ -27,7 +27,7 @@ struct GetFilenameOptions {
 };
 // One path, or several when the dialog lets the user choose more than one; empty on cancel.
 std::vector<std::string> getFilename(const GetFilenameOptions& options, bool& several);
-// Mac OS Roman paths, "" on cancel.
+// Paths (UTF-8), "" on cancel.
 std::string getFolder(std::string_view startDir, std::string_view instruction, int32_t flags,
                       std::string_view title, int32_t x, int32_t y);
 std::string getDisk(std::string_view disk, std::string_view instruction, int32_t flags, int32_t x,

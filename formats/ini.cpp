@@ -1,8 +1,10 @@
 #include "formats/ini.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <memory>
+#include <vector>
 
 #include "formats/dates.h"
 #include "formats/four_char_code.h"
@@ -168,7 +170,17 @@ bool IniLineReader::next(std::string& line, size_t limit) {
       break;
     }
     char c = buffer_[at_++];
-    if (c == '\r') break;
+    if (c == '\n') {
+      if (lineEnd_.empty()) lineEnd_ = "\n";
+      break;
+    }
+    if (c == '\r') {
+      // CR LF is one line end; the LF may lie in the next block.
+      bool lf = (at_ < end_ || fill()) && buffer_[at_] == '\n';
+      if (lf) ++at_;
+      if (lineEnd_.empty()) lineEnd_ = lf ? "\r\n" : "\r";
+      break;
+    }
     if (raw_.size() == kIniRawLine) break;  // the character after a full line is lost
     if (static_cast<unsigned char>(c) == 0xFF) {
       ended_ = true;
@@ -177,11 +189,7 @@ bool IniLineReader::next(std::string& line, size_t limit) {
     }
     raw_ += c;
   }
-  line.clear();
-  for (char c : raw_) {
-    if (c == '\0' || line.size() == limit) break;
-    if (c != '\n') line += c;
-  }
+  line.assign(raw_, 0, std::min({raw_.find('\0'), raw_.size(), limit}));
   return eof;
 }
 
@@ -217,7 +225,11 @@ std::string rewriteIni(IniLineReader& reader, std::string_view section, std::str
   const std::string header = "[" + std::string(section) + "]";
   const std::string prefix = std::string(key) + "=";
   const std::string keyLine = prefix + std::string(value);
+  // Lines are gathered first and joined with the file's own line end at the end, as the first
+  // line end can lie beyond a first line too long to be kept.
   std::string out;
+  std::vector<size_t> ends;
+  auto endLine = [&out, &ends]() { ends.push_back(out.size()); };
   bool inSection = false, pending = true;
   std::string line;
   for (;;) {
@@ -229,32 +241,42 @@ std::string rewriteIni(IniLineReader& reader, std::string_view section, std::str
     } else if (header_line) {
       if (inSection && pending) {
         out += keyLine;
-        out += '\r';
+        endLine();
         pending = false;
       }
       inSection = false;
     } else if (inSection && pending && startsWithIgnoringCase(line, prefix)) {
       out += keyLine;
-      out += '\r';
+      endLine();
       pending = false;
       dropped = true;
     }
     if (!dropped && !line.empty()) {
-      if (header_line && !out.empty()) out += '\r';  // one blank line before a later section
+      if (header_line && !out.empty()) endLine();  // one blank line before a later section
       out += line;
-      out += '\r';
+      endLine();
     }
     if (eof) break;
   }
   if (pending) {
     if (!inSection) {
-      if (!out.empty()) out += '\r';
+      if (!out.empty()) endLine();
       out += header;
-      out += '\r';
+      endLine();
     }
-    out += keyLine;  // the last line has no CR
+    out += keyLine;  // the last line has no line end
   }
-  return out;
+  const std::string_view lineEnd = reader.lineEnd();
+  std::string joined;
+  joined.reserve(out.size() + ends.size() * lineEnd.size());
+  size_t from = 0;
+  for (size_t at : ends) {
+    joined.append(out, from, at - from);
+    joined += lineEnd;
+    from = at;
+  }
+  joined.append(out, from);
+  return joined;
 }
 
 // ---- Files ------------------------------------------------------------------------------------------

@@ -1,9 +1,10 @@
 // INI files: one value read or written in a sectioned file of key=value lines.
 //
-// The format is bytes without an encoding. A line ends at CR; LF bytes are dropped wherever they
-// stand; a NUL cuts the rest of its line; a byte 0xFF ends the file. A section header is exactly
-// "[" + name + "]"; a key line begins with the key immediately followed by "=". Names compare
-// ignoring ASCII case; nothing is trimmed; there is no comment syntax.
+// The format is bytes without an encoding. A line ends at CR, LF or CR LF (a rewrite keeps the
+// file's first line end; a file without one gets LF); a NUL cuts the rest of its line; a byte
+// 0xFF ends the file. A section header is exactly "[" + name + "]"; a key line begins with the
+// key immediately followed by "=". Names compare ignoring ASCII case; nothing is trimmed; there
+// is no comment syntax.
 #pragma once
 
 #include <cstdint>
@@ -32,9 +33,14 @@ class IniLineReader {
   using Source = std::function<int64_t(char* buffer, size_t size)>;
   explicit IniLineReader(Source source);
 
-  // The next line, without LF bytes, up to its first NUL and at most `limit` characters. True
-  // when the file ended with this line (which is still to be looked at).
+  // The next line, up to its first NUL and at most `limit` characters. True when the file
+  // ended with this line (which is still to be looked at).
   bool next(std::string& line, size_t limit);
+
+  // The first line end read so far ("\r", "\n" or "\r\n"); "\n" while there was none.
+  std::string_view lineEnd() const {
+    return lineEnd_.empty() ? std::string_view("\n") : std::string_view(lineEnd_);
+  }
 
  private:
   bool fill();
@@ -43,6 +49,7 @@ class IniLineReader {
   size_t at_ = 0, end_ = 0;
   bool ended_ = false;
   std::string raw_;
+  std::string lineEnd_;
 };
 
 // The value of `key` in `section`; nothing when the file has no such line.

@@ -1,7 +1,7 @@
 // Fuzzes the INI line reader, the lookup and the rewrite. The input is a section, a key and a
 // value (each up to a newline) followed by the file's bytes. Any file must read and rewrite
-// without a fault; the rewrite keeps no LF, NUL or 0xFF of the file; and a plain
-// name and value written are read back.
+// without a fault; the rewrite keeps no NUL or 0xFF of the file and ends every line with the
+// file's own line end; and a plain name and value written are read back.
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
@@ -56,13 +56,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   IniLineReader source = memoryLineReader(file);
   std::string rewritten = rewriteIni(source, section, key, value);
-  // What the file held loses its LFs, NULs and everything from a 0xFF on; only the arguments
-  // can bring such bytes back.
+  // What the file held loses its NULs and everything from a 0xFF on, and every line ends with
+  // the file's first line end; only the arguments can bring other bytes back.
+  IniLineReader whole = memoryLineReader(file);
+  std::string line;
+  while (!whole.next(line, kIniRawLine)) {
+  }
+  const std::string lineEnd(whole.lineEnd());
   const bool cleanArguments = (std::string(section) + std::string(key) + std::string(value))
-                                  .find('\xFF') == std::string::npos;
-  for (size_t i = 0; i < rewritten.size() && cleanArguments; ++i) {
-    unsigned char c = static_cast<unsigned char>(rewritten[i]);
-    if (c == '\n' || c == 0xFF || c == 0) __builtin_trap();
+                                  .find_first_of("\xFF\r") == std::string::npos;
+  std::string withoutEnds;
+  for (size_t i = 0; i < rewritten.size(); ++i) {
+    if (rewritten.compare(i, lineEnd.size(), lineEnd) == 0)
+      i += lineEnd.size() - 1;
+    else
+      withoutEnds += rewritten[i];
+  }
+  for (size_t i = 0; i < withoutEnds.size() && cleanArguments; ++i) {
+    unsigned char c = static_cast<unsigned char>(withoutEnds[i]);
+    if (c == '\r' || c == '\n' || c == 0xFF || c == 0) __builtin_trap();
   }
 
   // A value replaced in a later occurrence of a repeated section is not seen by the reader,

@@ -212,13 +212,16 @@ std::string toUnixPath(std::string_view path) {
     return out;
   }
   std::string native = nativePath(path);
-  FileKind kind = kindOf(native);
-  if (!kind.exists) {
-    // Not resolvable (a missing item included): the textual form under /Volumes.
+  if (native.empty()) {
+    // No mounted volume of that name: the textual form under /Volumes, which the file layer
+    // resolves should the volume appear.
     return "/Volumes/" + replaceAll(path, ':', '/');
   }
+  // Through the volume's mount point, whether or not the item exists, so the answer is a path
+  // other Linux programs can open or create.
+  FileKind kind = kindOf(native);
   std::string out = normalizeNative(native);
-  if (kind.folder) addTrailingSeparator(out);
+  if (kind.exists ? kind.folder : path.back() == ':') addTrailingSeparator(out);
   return out;
 }
 
@@ -226,21 +229,18 @@ std::string toHfsPath(std::string_view path) {
   if (!isUnixPath(path)) return std::string(path);
   std::string native = nativePath(path);
   FileKind kind = kindOf(native);
-  if (kind.exists) {
-    std::string out = hfsOfNative(normalizeNative(native));
-    if (kind.folder) addTrailingSeparator(out);
-    return out;
+  // A missing "/Volumes/NAME/rest" of a volume that is not mounted stays textual: "NAME:rest".
+  constexpr std::string_view kVolumes = "/Volumes/";
+  if (!kind.exists && startsWithIgnoringCase(path, kVolumes)) {
+    std::string_view rest = path.substr(kVolumes.size());
+    if (volumeNamed(rest.substr(0, rest.find('/'))) == nullptr)
+      return replaceAll(rest, '/', ':');
   }
-  // No such item: textually, "/Volumes/NAME/rest" is "NAME:rest", anything else is on the
-  // start-up volume.
-  std::string out;
-  if (startsWithIgnoringCase(path, "/Volumes/")) {
-    out = path.substr(9);
-  } else {
-    out = startupVolume().name + ":";
-    if (path.size() > 1) out += path.substr(1);
-  }
-  return replaceAll(out, '/', ':');
+  // Any other path belongs to the volume that holds it, whether or not the item exists.
+  std::string out = hfsOfNative(normalizeNative(native));
+  if (kind.exists ? kind.folder : (path.size() > 1 && path.back() == '/'))
+    addTrailingSeparator(out);
+  return out;
 }
 
 std::string longPathName(std::string_view path) {

@@ -1,9 +1,9 @@
 // Paths, special folders and volumes: what the method layer calls.
 //
 // The Xtra speaks two path styles. HFS paths ("Volume:Folder:File", a trailing ":" for a folder)
-// always begin with a volume name; Unix paths begin with "/", volumes other than the start-up
-// volume appearing under "/Volumes/NAME/". On Linux the volumes are the start-up volume ("/")
-// and the user-visible mounted filesystems; see volume_model.h.
+// always begin with a volume name; Unix paths begin with "/" and are Linux paths, "/Volumes/NAME/"
+// also naming a volume. On Linux the volumes are the start-up volume ("/") and the user-visible
+// mounted filesystems; see volume_model.h.
 //
 // All functions return unbounded std::strings; the method layer cuts results to its buffers.
 #pragma once
@@ -32,6 +32,9 @@ bool isUnixPath(std::string_view path);
 void addTrailingSeparator(std::string& path);
 void stripTrailingSeparator(std::string& path);
 
+// The other style's form of a path, through the volume model whether or not the item exists
+// (a folder with its trailing separator); only a volume that is not mounted gives the textual
+// forms ("Nowhere:a" and "/Volumes/Nowhere/a").
 std::string toUnixPath(std::string_view path);
 std::string toHfsPath(std::string_view path);
 // Every component in its long (UTF-8) or short (Mac OS Roman) form; "" when a component is
@@ -56,7 +59,7 @@ std::string unixName(std::string_view file);
 std::string hfsName(std::string_view file);
 
 // The folder for a keyword ("prefs", "user fonts", "temp", a raw four-character type...), in
-// the current style and Mac OS Roman; "" when there is none.
+// the current style; "" when there is none.
 std::string sysFolder(std::string_view keyword);
 
 // "type" gives a type word, "size"/"free" an integer (thousands of bytes), other words 0.

@@ -11,7 +11,6 @@
 #include "paths/paths.h"
 #include "paths/volume_model.h"
 #include "platform/folders.h"
-#include "platform/text_encoding.h"
 
 namespace tessel::paths {
 namespace {
@@ -280,7 +279,7 @@ std::string sysFolder(std::string_view keyword) {
     path = returnUnixNames() ? "/" : startupVolume().name + ":";
   else
     path = fromNative(native, true);
-  return platform::utf8ToMacRoman(path);
+  return path;
 }
 
 }  // namespace tessel::paths

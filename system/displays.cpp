@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "paths/ascii.h"
+#include "paths/paths.h"
 #include "platform/displays.h"
 #include "system/display_modes.h"
 
@@ -91,7 +92,10 @@ std::vector<Monitor> activeDisplays() {
 }  // namespace
 
 int32_t setWallpaper(std::string_view file, int32_t) {
-  switch (platform::displayService().setWallpaper(std::string(file))) {
+  // The display service takes a Linux path: an HFS or "/Volumes/…" path is resolved first.
+  const std::string native = paths::nativePath(file);
+  if (native.empty()) return -43;
+  switch (platform::displayService().setWallpaper(native)) {
     case platform::WallpaperResult::Done: return 0;
     case platform::WallpaperResult::NoFile: return -43;
     case platform::WallpaperResult::Failed: break;

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "paths/paths.h"
-#include "platform/text_encoding.h"
 #include "xtra/module.h"
 
 namespace tessel::xtra {
@@ -50,7 +49,7 @@ void openHelpDocument() {
     }
   }
   // ...else the installed help: Help/Tessel.help in the system's help folder.
-  std::string info = platform::macRomanToUtf8(paths::sysFolder("info"));
+  std::string info = paths::sysFolder("info");
   if (info.size() > 994) info.resize(994);  // the folder's path buffer
   info = paths::nativePath(info);
   if (info.empty()) return;

@@ -322,8 +322,8 @@ MoaError T::tsGetFolder(PMoaMmCallInfo info) {
     if (MoaError err = call.text(4, title, kShortLen)) return err;
     if (MoaError err = call.integer(5, x)) return err;
     if (MoaError err = call.integer(6, y)) return err;
-    return call.returnRomanText(dialogs::getFolder(startDir, instruction, flags, title, x, y),
-                                kPathLen);
+    return call.returnText(dialogs::getFolder(startDir, instruction, flags, title, x, y),
+                           kPathLen);
   });
 }
 
@@ -336,7 +336,7 @@ MoaError T::tsGetDisk(PMoaMmCallInfo info) {
     if (MoaError err = call.integer(3, flags)) return err;
     if (MoaError err = call.integer(4, x)) return err;
     if (MoaError err = call.integer(5, y)) return err;
-    return call.returnRomanText(dialogs::getDisk(disk, instruction, flags, x, y), kPathLen);
+    return call.returnText(dialogs::getDisk(disk, instruction, flags, x, y), kPathLen);
   });
 }
 

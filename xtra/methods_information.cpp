@@ -21,7 +21,7 @@ MoaError T::tsSysFolder(PMoaMmCallInfo info) {
   return runMethod(info, [](MethodCall& call) -> MoaError {
     std::string keyword;
     if (MoaError err = call.text(1, keyword)) return err;
-    return call.returnRomanText(paths::sysFolder(keyword), kPathLen);
+    return call.returnText(paths::sysFolder(keyword), kPathLen);
   });
 }
 

@@ -331,7 +331,7 @@ TEST_F(Dialogs, SelectorsTakeTypedPaths) {
   dir.file("a.txt", "a");
   dir.file("b.rtf", "b");
   dir.file("c.doc", "c");
-  std::filesystem::create_directory(dir.path() / "sub");
+  std::filesystem::create_directory(dir.path() / "\xE6\x97\xA5\xE6\x9C\xAC");
   unixNames(true);
   const std::string folder = dir.str() + "/";
 
@@ -370,10 +370,10 @@ TEST_F(Dialogs, SelectorsTakeTypedPaths) {
     EXPECT_EQ(seen.title, "Pick a folder");
     EXPECT_TRUE(showsText(seen, "Where?"));
     screenshot("getfolder");
-    typeText(folder + "sub/");
+    typeText(folder + "\xE6\x97\xA5\xE6\x9C\xAC/");  // 日本: a name outside Mac OS Roman
     keys("Return");
   });
-  EXPECT_EQ(v.string(), folder + "sub/");
+  EXPECT_EQ(v.string(), folder + "\xE6\x97\xA5\xE6\x9C\xAC/");
 
   v = answer("tsGetFolder", {folder, "", 0, "", -1, 0}, [&](unsigned long) { keys("Escape"); });
   EXPECT_EQ(v.string(), "");

@@ -72,12 +72,12 @@ TEST_F(Formats, IniWriterOutputAndReadBack) {
   const std::string ini = dir_.str() + "/settings.ini";
   EXPECT_EQ(readIni("Main", "Key", "default", ini), "default");
   EXPECT_EQ(writeIni("Main", "Key", "1", ini), 1);
-  EXPECT_EQ(slurp(ini), "[Main]\rKey=1");
+  EXPECT_EQ(slurp(ini), "[Main]\nKey=1");  // a new file gets LF line ends
   EXPECT_EQ(writeIni("Main", "Other", "2", ini), 1);
-  EXPECT_EQ(slurp(ini), "[Main]\rKey=1\rOther=2");
+  EXPECT_EQ(slurp(ini), "[Main]\nKey=1\nOther=2");
   EXPECT_EQ(writeIni("Second", "Name", "a = b", ini), 1);
   EXPECT_EQ(writeIni("main", "KEY", "", ini), 1);
-  EXPECT_EQ(slurp(ini), "[Main]\rKEY=\rOther=2\r\r[Second]\rName=a = b\r");
+  EXPECT_EQ(slurp(ini), "[Main]\nKEY=\nOther=2\n\n[Second]\nName=a = b\n");
   EXPECT_EQ(readIni("MAIN", "key", "default", ini), "");  // an empty value, not the default
   EXPECT_EQ(readIni("Second", "name", "default", ini), "a = b");
   EXPECT_EQ(readIni("Second", "Missing", "default", ini), "default");
@@ -90,12 +90,13 @@ TEST_F(Formats, IniFilesWrittenByHandKeepTheirQuirks) {
   EXPECT_EQ(readIni("A", "key", "-", ini.string()), "v");
   EXPECT_EQ(readIni("A", "k", "-", ini.string()), "-");
   EXPECT_EQ(writeIni("A", "new", "n", ini.string()), 1);
-  EXPECT_EQ(slurp(ini), "k=0\r\r[A]\rkey = spaced\rKEY=v\rnew=n\r\r[B]\rb=1\r");
-  // LF-only line ends read as one line; the rewrite keeps it, without its LFs.
-  auto lf = dir_.file("lf.ini", "[A]\nkey=v\n");
-  EXPECT_EQ(readIni("A", "key", "-", lf.string()), "-");
+  EXPECT_EQ(slurp(ini), "k=0\r\n\r\n[A]\r\nkey = spaced\r\nKEY=v\r\nnew=n\r\n\r\n[B]\r\nb=1\r\n");
+  // A file edited on Linux: LF line ends are read and kept.
+  auto lf = dir_.file("lf.ini", "# settings\n[A]\nkey=v\nother=o\n\n[B]\nb=1\n");
+  EXPECT_EQ(readIni("A", "key", "-", lf.string()), "v");
   EXPECT_EQ(writeIni("A", "key", "w", lf.string()), 1);
-  EXPECT_EQ(slurp(lf), "[A]key=v\r\r[A]\rkey=w");
+  EXPECT_EQ(slurp(lf), "# settings\n\n[A]\nkey=w\nother=o\n\n[B]\nb=1\n");
+  EXPECT_EQ(readIni("B", "b", "-", lf.string()), "1");
   // A byte 255 hides the rest of the file, and the rewrite drops it.
   auto ff = dir_.file("ff.ini", "[A]\rkey=v\r\xFF[B]\rb=1");
   EXPECT_EQ(readIni("B", "b", "-", ff.string()), "-");
@@ -108,7 +109,7 @@ TEST_F(Formats, IniLimitsPathsAndFolders) {
   // A value of 32000 characters: the writer keeps the whole line, the reader 32000 characters.
   const std::string big(32000, 'x');
   ASSERT_EQ(writeIni("A", "Key", big, ini), 1);
-  EXPECT_EQ(slurp(ini), "[A]\rKey=" + big);
+  EXPECT_EQ(slurp(ini), "[A]\nKey=" + big);
   EXPECT_EQ(readIni("A", "Key", "", ini).size(), 32000u - 4);
   // A long default comes back cut to 32001 characters.
   EXPECT_EQ(readIni("A", "None", std::string(40000, 'd'), ini).size(), 32001u);
@@ -116,7 +117,7 @@ TEST_F(Formats, IniLimitsPathsAndFolders) {
   // Missing folders are made; "@" is the movie's folder; an HFS path names the same file.
   movie_.folder = dir_.str() + "/";
   EXPECT_EQ(writeIni("S", "k", "1", "@:deep:er:movie.ini"), 1);
-  EXPECT_EQ(slurp(dir_.path() / "deep/er/movie.ini"), "[S]\rk=1");
+  EXPECT_EQ(slurp(dir_.path() / "deep/er/movie.ini"), "[S]\nk=1");
   std::string hfs = dir_.str() + "/deep/er/movie.ini";
   std::replace(hfs.begin(), hfs.end(), '/', ':');
   hfs = startupVolumeName(*host_) + hfs;
@@ -154,9 +155,9 @@ TEST_F(Formats, IniReaderNeverSeesAPartialFile) {
   const std::string a(30000, 'a'), b(30000, 'b');
   ASSERT_EQ(writeIni("Main", "Key", a, ini), 1);
   ASSERT_EQ(writeIni("Main", "End", "1", ini), 1);
-  const std::string withA = "[Main]\rKey=" + a + "\rEnd=1";
-  const std::string withB = "[Main]\rKey=" + b + "\rEnd=1\r";
-  const std::string withA2 = withA + "\r";
+  const std::string withA = "[Main]\nKey=" + a + "\nEnd=1";
+  const std::string withB = "[Main]\nKey=" + b + "\nEnd=1\n";
+  const std::string withA2 = withA + "\n";
   ASSERT_EQ(slurp(ini), withA);
 
   const auto started = std::filesystem::file_time_type::clock::now() - std::chrono::seconds(2);
@@ -192,7 +193,7 @@ TEST_F(Formats, IniReaderNeverSeesAPartialFile) {
     if (name.rfind("gg", 0) != 0 || !entry.is_regular_file() || entry.last_write_time() < started)
       continue;
     std::string data = slurp(entry.path());
-    if (data.empty() || data.rfind("[Main]\rKey=", 0) == 0) std::filesystem::remove(entry.path());
+    if (data.empty() || data.rfind("[Main]\nKey=", 0) == 0) std::filesystem::remove(entry.path());
   }
 }
 
@@ -216,7 +217,7 @@ TEST_F(Formats, BareIniNameOnAFreshAccountGoesToTheUsersConfigFolder) {
   while (size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), n);
   ASSERT_EQ(::pclose(pipe), 0) << output;
   EXPECT_EQ(output, "-- 1\n-- \"1\"\n-- \"" + home.string() + "/.config/\"\n");
-  EXPECT_EQ(slurp(home / ".config/fresh.ini"), "[Main]\rKey=1");
+  EXPECT_EQ(slurp(home / ".config/fresh.ini"), "[Main]\nKey=1");
   struct stat st {};
   ASSERT_EQ(::stat((home / ".config").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 0700u);

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
@@ -61,15 +62,50 @@ TEST_F(Volumes, StartupVolumePathsConvertBothWays) {
   EXPECT_EQ(integer("tsFolderExists", {Value(hfsOf(folder))}), 1);
 }
 
-TEST_F(Volumes, MissingItemsTakeTheTextualForms) {
-  std::string missing = dir_.str() + "/missing/file.txt";
-  std::string textual = "/Volumes/" + hfsOf(missing);
-  std::replace(textual.begin() + 9, textual.end(), ':', '/');
-  EXPECT_EQ(text("tsUnixName", {Value(hfsOf(missing))}), textual);
+// A missing item's Unix form is where it would be on Linux, so another program can create it;
+// only a volume that is not mounted keeps the textual "/Volumes/NAME" form.
+TEST_F(Volumes, MissingItemsConvertThroughTheirVolume) {
+  movie_.folder = dir_.str() + "/";
+  const std::string created = dir_.str() + "/export.txt";
+  const std::string unixForm = text("tsUnixName", {Value("@:export.txt")});
+  EXPECT_EQ(unixForm, created);
+  EXPECT_EQ(integer("tsShell", {Value("system"), Value("echo hi > '" + unixForm + "'"), Value(""),
+                                Value(""), Value("")}),
+            33);
+  EXPECT_TRUE(std::filesystem::exists(created));
+  std::string missing = dir_.str() + "/missing/folder";
+  EXPECT_EQ(text("tsUnixName", {Value(hfsOf(missing) + ":")}), missing + "/");
   EXPECT_EQ(text("tsHFSName", {Value(missing)}), hfsOf(missing));
+  EXPECT_EQ(text("tsHFSName", {Value("/Volumes/" + startup_ + missing)}), hfsOf(missing));
   EXPECT_EQ(text("tsHFSName", {Value("/Volumes/Disk/a")}), "Disk:a");
   EXPECT_EQ(text("tsHFSName", {Value("Disk:a")}), "Disk:a");
   EXPECT_EQ(text("tsUnixName", {Value("Nowhere:a:b")}), "/Volumes/Nowhere/a/b");
+}
+
+// Paths of special folders name them whatever their names are written in.
+TEST_F(Volumes, SpecialFoldersKeepTheirUtf8Names) {
+  const std::string desktop = dir_.str() + "/\xE3\x83\x87\xE3\x82\xB9\xE3\x82\xAF";  // デスク
+  const std::string pictures =
+      dir_.str() + "/\xCE\x95\xCE\xB9\xCE\xBA\xCF\x8C\xCE\xBD\xCE\xB5\xCF\x82";  // Εικόνες
+  std::filesystem::create_directories(desktop);
+  std::filesystem::create_directories(pictures);
+  dir_.file("config/user-dirs.dirs",
+            "XDG_DESKTOP_DIR=\"" + desktop + "\"\nXDG_PICTURES_DIR=\"" + pictures + "\"\n");
+  const std::string runner = std::filesystem::path(xtrasFolder()).parent_path() / "tessel";
+  std::string command =
+      "XDG_CONFIG_HOME='" + dir_.str() + "/config' '" + runner + "'" +
+      " -e 'tsReturnUnixNames(1)'"
+      " -e 'put tsSysFolder(\"desktop\")'"
+      " -e 'put tsFolderExists(tsSysFolder(\"pictures\"))'"
+      " -e 'tsReturnUnixNames(0)'"
+      " -e 'put tsFolderExists(tsSysFolder(\"desktop\"))' 2>&1";
+  FILE* pipe = ::popen(command.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string output;
+  char buffer[512];
+  while (size_t n = std::fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, n);
+  ASSERT_EQ(::pclose(pipe), 0) << output;
+  EXPECT_EQ(output, "-- \"" + desktop + "/\"\n-- 1\n-- 1\n");
 }
 
 TEST_F(Volumes, SpecialFoldersByKeywordWithAndWithoutDomains) {

@@ -20,16 +20,16 @@ std::string rewrite(std::string_view file, std::string_view section, std::string
 
 TEST(IniWriter, CreateAddReplaceAndEmptyValue) {
   std::string file = rewrite("", "Main", "Key", "1");
-  EXPECT_EQ(file, "[Main]\rKey=1");
+  EXPECT_EQ(file, "[Main]\nKey=1");  // a new file gets LF
   file = rewrite(file, "Main", "Other", "2");
-  EXPECT_EQ(file, "[Main]\rKey=1\rOther=2");
-  // Replacing takes the argument's spelling of the key; every copied line gets its CR.
+  EXPECT_EQ(file, "[Main]\nKey=1\nOther=2");
+  // Replacing takes the argument's spelling of the key; every copied line gets its line end.
   file = rewrite(file, "MAIN", "KEY", "new=value");
-  EXPECT_EQ(file, "[Main]\rKEY=new=value\rOther=2\r");
+  EXPECT_EQ(file, "[Main]\nKEY=new=value\nOther=2\n");
   EXPECT_EQ(find(file, "main", "key"), "new=value");
   // An empty value keeps the key with nothing after "=".
   file = rewrite(file, "Main", "Other", "");
-  EXPECT_EQ(file, "[Main]\rKEY=new=value\rOther=\r");
+  EXPECT_EQ(file, "[Main]\nKEY=new=value\nOther=\n");
   EXPECT_EQ(find(file, "Main", "Other"), "");
   // A new section goes at the end after one blank line.
   EXPECT_EQ(rewrite("[A]\ra=1\r", "B", "b", "2"), "[A]\ra=1\r\r[B]\rb=2");
@@ -47,9 +47,6 @@ TEST(IniWriter, BlankLinesDuplicatesAndLinesBeforeTheFirstSection) {
   // Lines before the first section are copied; keys there are never found.
   EXPECT_EQ(rewrite("k=0\r;note\r[A]\rk=1", "A", "k", "2"), "k=0\r;note\r\r[A]\rk=2\r");
   EXPECT_EQ(find("k=0\r[A]\rj=1", "A", "k"), std::nullopt);
-  // CR LF files read correctly; the LFs do not survive a rewrite.
-  EXPECT_EQ(find("[A]\r\nk=v\r\n", "A", "k"), "v");
-  EXPECT_EQ(rewrite("[A]\r\nk=v\r\n", "A", "j", "w"), "[A]\rk=v\rj=w");
 }
 
 TEST(IniReader, MatchingRules) {
@@ -69,11 +66,34 @@ TEST(IniReader, MatchingRules) {
   EXPECT_EQ(find(std::string("[A]\rk=1\0junk\rj=2", 16), "A", "j"), "2");
 }
 
-TEST(IniFormat, LfOnlyFilesAndByte255) {
-  // LF-only line ends: one long line, no section found; the rewrite keeps it as one line.
-  const std::string lf = "[Main]\nKey=1\nOther=2\n";
-  EXPECT_EQ(find(lf, "Main", "Key"), std::nullopt);
-  EXPECT_EQ(rewrite(lf, "Main", "Key", "5"), "[Main]Key=1Other=2\r\r[Main]\rKey=5");
+TEST(IniFormat, LineEndsAndByte255) {
+  // CR, LF and CR LF all end lines; the rewrite keeps the file's first line end.
+  for (std::string_view eol : {"\r", "\n", "\r\n"}) {
+    auto with = [eol](std::string text) {
+      std::string out;
+      for (char c : text) out += c == '|' ? std::string(eol) : std::string(1, c);
+      return out;
+    };
+    const std::string file = with("[Main]|Key=1||Other=2|[Next]|n=3|");
+    EXPECT_EQ(find(file, "Main", "Other"), "2");
+    EXPECT_EQ(find(file, "Next", "n"), "3");
+    EXPECT_EQ(rewrite(file, "Main", "Key", "5"), with("[Main]|Key=5|Other=2||[Next]|n=3|"));
+    EXPECT_EQ(rewrite(with("[A]|"), "A", "k", "1"), with("[A]|k=1"));
+  }
+  // The first line end decides, also when it is found only after a first line too long to keep.
+  EXPECT_EQ(rewrite("[A]\r\nk=1\nj=2\r", "A", "k", "5"), "[A]\r\nk=5\r\nj=2\r\n");
+  EXPECT_EQ(rewrite("x\ry\r\n", "A", "k", "5"), "x\ry\r\r[A]\rk=5");
+  const std::string longFirst = std::string(32101, 'a') + "b\r\n[A]";
+  EXPECT_EQ(rewrite(longFirst, "A", "k", "1"),
+            std::string(32100, 'a') + "\r\nb\r\n\r\n[A]\r\nk=1");
+  // A first CR LF split over two blocks of the reader (64 KB) is one line end: after two
+  // cut lines (32,101 bytes each), a line of 1,333 bytes ends with CR at the block's last byte.
+  const std::string split = std::string(65535, 'a') + "\r\n[A]";
+  EXPECT_EQ(rewrite(split, "A", "k", "1"), std::string(32100, 'a') + "\r\n" +
+                                              std::string(32100, 'a') + "\r\n" +
+                                              std::string(1333, 'a') + "\r\n\r\n[A]\r\nk=1");
+  // A file without any line end gets LF.
+  EXPECT_EQ(rewrite("[A]", "B", "b", "1"), "[A]\n\n[B]\nb=1");
   // A byte 255 ends the file for reading and for writing.
   const std::string ff = "[A]\ra=1\xFF[B]\rb=2";
   EXPECT_EQ(find(ff, "A", "a"), "1");
@@ -94,10 +114,9 @@ TEST(IniFormat, LineLimits) {
   // Without a CR after it, the character after a full line starts the next line.
   const std::string dropped = "[A]\r" + std::string(32100, 'a') + "bk=1";
   EXPECT_EQ(find(dropped, "A", "k"), "1");  // "b" is lost, "k=1" is a line of its own
-  // LFs count towards the raw line before they are removed.
-  const std::string lfs = "[A]\rk=" + std::string(32098, '\n') + "xy\rj=2";
-  EXPECT_EQ(find(lfs, "A", "k"), "");
-  EXPECT_EQ(find(lfs, "A", "j"), "2");
+  // A full line ended by LF loses nothing: the LF is its line end.
+  const std::string lf = "[A]\nk=" + std::string(32098, 'v') + "\nj=2";
+  EXPECT_EQ(rewrite(lf, "A", "j", "3"), lf.substr(0, lf.size() - 1) + "3\n");
 }
 
 TEST(IniReader, ReadsAcrossBufferBoundaries) {

@@ -67,16 +67,21 @@ TEST_F(ConversionsTest, StartupVolumeExistingItemsConvertBothWays) {
   EXPECT_EQ(toHfsPath("Whatever:x"), "Whatever:x");
 }
 
-TEST_F(ConversionsTest, MissingItemsTakeTheTextualForms) {
+TEST_F(ConversionsTest, MissingItemsConvertThroughTheirVolume) {
   std::string hfsDir = "Startup" + replaceSlashes(scratch.path());
-  EXPECT_EQ(toUnixPath(hfsDir + ":missing.txt"),
-            "/Volumes" + ("/Startup" + scratch.path()) + "/missing.txt");
+  EXPECT_EQ(toUnixPath(hfsDir + ":missing.txt"), scratch.path() + "/missing.txt");
   EXPECT_EQ(toHfsPath(scratch.path() + "/missing/deeper"), hfsDir + ":missing:deeper");
+  // On a mounted volume: its mount point, both ways; a folder keeps its separator as written.
+  EXPECT_EQ(toUnixPath("usb:none:x/y"), usb + "/none/x:y");
+  EXPECT_EQ(toUnixPath("USB:new:"), usb + "/new/");
+  EXPECT_EQ(toUnixPath("USB:Photos:2024::gone"), usb + "/Photos/gone");
+  EXPECT_EQ(toHfsPath(usb + "/none/x:y"), "USB:none:x/y");
+  EXPECT_EQ(toHfsPath(usb + "/new/"), "USB:new:");
+  EXPECT_EQ(toHfsPath("/Volumes/usb/none"), "USB:none");
+  // Only a volume that is not mounted takes the textual forms.
   EXPECT_EQ(toHfsPath("/Volumes/Disk/a"), "Disk:a");
   EXPECT_EQ(toUnixPath("Disk:a:b"), "/Volumes/Disk/a/b");
-  EXPECT_EQ(toUnixPath("USB:none"), "/Volumes/USB/none");
   EXPECT_EQ(toUnixPath("/no/such/folder"), "/no/such/folder");
-  // The textual forms still resolve through the file layer.
   EXPECT_EQ(nativePath("/Volumes/USB/none"), usb + "/none");
 }
 

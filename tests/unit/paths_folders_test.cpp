@@ -138,18 +138,6 @@ TEST_F(FoldersTest, BootGivesTheStartupVolume) {
   EXPECT_EQ(sysFolder("boot"), "/");
 }
 
-TEST_F(FoldersTest, ResultsAreMacRoman) {
-  testing::ScratchFolder accented;
-  std::string root = accented.folder("caf\xC3\xA9");
-  auto previous = platform::setFolderService(std::make_unique<testing::FakeFolders>(root));
-  accented.folder("caf\xC3\xA9/home");
-  setReturnUnixNames(true);
-  EXPECT_EQ(sysFolder("profile"), accented.path() + "/caf\x8E/home/");
-  setReturnUnixNames(false);
-  EXPECT_EQ(sysFolder("profile"), "Startup" + replaceSlashes(accented.path()) + ":caf\x8E:home:");
-  platform::setFolderService(std::move(previous));
-}
-
 }  // namespace
 }  // namespace tessel::paths
 

@@ -164,7 +164,7 @@ TEST(LinuxVolumes, MountedDiskImageListsTypesConvertsAndEjects) {
   EXPECT_EQ(paths::toUnixPath(name + ":Folder"), mp + "/Folder/");
   EXPECT_EQ(paths::toHfsPath(mp + "/Folder"), name + ":Folder:");
   EXPECT_EQ(paths::toHfsPath("/Volumes/" + name + "/file.txt"), name + ":file.txt");
-  EXPECT_EQ(paths::toUnixPath(name + ":missing"), "/Volumes/" + name + "/missing");
+  EXPECT_EQ(paths::toUnixPath(name + ":missing"), mp + "/missing");
   EXPECT_EQ(paths::longPathName(name + ":Folder:"), name + ":Folder:");
 
   EXPECT_EQ(paths::ejectDisk(name + ":"), 1);

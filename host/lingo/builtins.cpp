@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "host/lingo/builtins.h"
+#include "host/lingo/chunks.h"
 #include "host/lingo/values.h"
 
 namespace tessel::lingo {
@@ -306,18 +307,20 @@ struct Builtins {
     return in.textOf(v);
   }
 
+  // Strings count characters, not bytes.
   static Value length(Interpreter& in, Value* a, size_t) {
-    return Value(static_cast<int32_t>(stringArg(in, "length", a[0]).size()));
+    if (a[0].isString()) return Value(static_cast<int32_t>(countChars(a[0].string())));
+    return Value(static_cast<int32_t>(countChars(stringArg(in, "length", a[0]))));
   }
 
   static Value chars(Interpreter& in, Value* a, size_t) {
     std::string s = stringArg(in, "chars", a[0]);
-    int64_t from = in.toInt(a[1], "chars");
+    int64_t from = std::max<int64_t>(in.toInt(a[1], "chars"), 1);
     int64_t to = in.toInt(a[2], "chars");
-    from = std::max<int64_t>(from, 1);
-    to = std::min<int64_t>(to, static_cast<int64_t>(s.size()));
     if (from > to) return Value("");
-    return Value(s.substr(static_cast<size_t>(from - 1), static_cast<size_t>(to - from + 1)));
+    Span span = findChunk(s, ChunkType::Char, from, to, ",");
+    if (!span.found) return Value("");
+    return Value(s.substr(span.begin, span.end - span.begin));
   }
 
   static Value offset(Interpreter& in, Value* a, size_t) {
@@ -325,48 +328,26 @@ struct Builtins {
     std::string hay = stringArg(in, "offset", a[1]);
     if (needle.empty()) return Value(int32_t{0});
     size_t at = findNoCase(hay, needle);
-    return Value(at == std::string_view::npos ? int32_t{0} : static_cast<int32_t>(at + 1));
+    if (at == std::string_view::npos) return Value(int32_t{0});
+    return Value(static_cast<int32_t>(countChars(std::string_view(hay).substr(0, at)) + 1));
   }
 
   static Value string(Interpreter& in, Value* a, size_t) { return Value(in.textOf(a[0])); }
 
   static Value numToChar(Interpreter& in, Value* a, size_t) {
     int32_t c = in.toInt(a[0], "numToChar");
+    // Strings hold UTF-8: a code above 127 becomes its UTF-8 bytes; surrogates are no character.
+    if (c <= 0 || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return Value("");
     std::string s;
-    // Strings hold UTF-8: codes above 127 become their UTF-8 bytes.
-    if (c <= 0 || c > 0x10FFFF) return Value("");
-    auto u = static_cast<uint32_t>(c);
-    if (u < 0x80) {
-      s += static_cast<char>(u);
-    } else if (u < 0x800) {
-      s += static_cast<char>(0xC0 | (u >> 6));
-      s += static_cast<char>(0x80 | (u & 0x3F));
-    } else if (u < 0x10000) {
-      s += static_cast<char>(0xE0 | (u >> 12));
-      s += static_cast<char>(0x80 | ((u >> 6) & 0x3F));
-      s += static_cast<char>(0x80 | (u & 0x3F));
-    } else {
-      s += static_cast<char>(0xF0 | (u >> 18));
-      s += static_cast<char>(0x80 | ((u >> 12) & 0x3F));
-      s += static_cast<char>(0x80 | ((u >> 6) & 0x3F));
-      s += static_cast<char>(0x80 | (u & 0x3F));
-    }
+    appendUtf8(s, static_cast<uint32_t>(c));
     return Value(std::move(s));
   }
 
   static Value charToNum(Interpreter& in, Value* a, size_t) {
     std::string s = stringArg(in, "charToNum", a[0]);
     if (s.empty()) return Value(int32_t{0});
-    auto b0 = static_cast<unsigned char>(s[0]);
-    int len = b0 < 0x80 ? 1 : (b0 >> 5) == 6 ? 2 : (b0 >> 4) == 14 ? 3 : (b0 >> 3) == 30 ? 4 : 0;
-    if (len <= 1 || static_cast<size_t>(len) > s.size()) return Value(static_cast<int32_t>(b0));
-    uint32_t cp = b0 & (0x7F >> len);
-    for (int i = 1; i < len; ++i) {
-      auto b = static_cast<unsigned char>(s[static_cast<size_t>(i)]);
-      if ((b & 0xC0) != 0x80) return Value(static_cast<int32_t>(b0));
-      cp = (cp << 6) | (b & 0x3F);
-    }
-    return Value(static_cast<int32_t>(cp));
+    // The first character's code; a byte that is not UTF-8 gives its own value.
+    return Value(static_cast<int32_t>(decodeChar(s, 0, nullptr)));
   }
 
   // ---- Conversions and tests ------------------------------------------------------------------
@@ -418,6 +399,15 @@ struct Builtins {
   static Value integerP(Interpreter&, Value* a, size_t) { return boolean(a[0].isInteger()); }
   static Value floatP(Interpreter&, Value* a, size_t) { return boolean(a[0].isFloat()); }
   static Value symbolP(Interpreter&, Value* a, size_t) { return boolean(a[0].isSymbol()); }
+  // Lists are the only objects a script without a stage makes.
+  static Value objectP(Interpreter&, Value* a, size_t) {
+    return boolean(a[0].isList() || a[0].isPropList());
+  }
+
+  static Value startTimer(Interpreter& in, Value*, size_t) {
+    in.timerStart_ = std::chrono::steady_clock::now();
+    return Value();
+  }
 
   // ---- Numbers --------------------------------------------------------------------------------
 
@@ -496,7 +486,8 @@ struct Builtins {
         {"ilk", 1, 2, ilk},             {"voidp", 1, 1, voidP},
         {"listp", 1, 1, listP},         {"stringp", 1, 1, stringP},
         {"integerp", 1, 1, integerP},   {"floatp", 1, 1, floatP},
-        {"symbolp", 1, 1, symbolP},     {"abs", 1, 1, abs},
+        {"symbolp", 1, 1, symbolP},     {"objectp", 1, 1, objectP},
+        {"starttimer", 0, 0, startTimer}, {"abs", 1, 1, abs},
         {"min", 0, -1, min},            {"max", 0, -1, max},
         {"sqrt", 1, 1, sqrt},           {"power", 2, 2, power},
         {"random", 1, 1, random},       {"interface", 1, 1, interface},

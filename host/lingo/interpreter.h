@@ -12,6 +12,7 @@
 // runner's is the MOA host's table of global Xtra methods).
 #pragma once
 
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <functional>
@@ -47,10 +48,15 @@ class Externals {
 
 // What "the ..." properties answer.
 struct Environment {
+  // The wall clock "the date", "the time" and "the systemDate" read (local time).
+  std::function<std::chrono::system_clock::time_point()> clock = [] {
+    return std::chrono::system_clock::now();
+  };
   std::string moviePath;        // with a trailing "/"
   std::string applicationPath;  // with a trailing "/"
   std::string platform = "Linux,X11";
   std::string runMode = "Projector";
+  std::string osVersion;  // "the environment"'s #osVersion, e.g. "Linux 6.1.0"
 };
 
 struct Limits {
@@ -61,13 +67,21 @@ struct Limits {
   size_t maxStackBytes = 4u << 20;    // machine stack the interpreter may use below its entry
 };
 
-// The result of running, calling or evaluating: a value, or a script error and its line.
+// The result of running, calling or evaluating: a value, or a script error and where it
+// happened.
 struct Outcome {
   bool ok = true;
   Value value;
   int line = 0;
+  std::string source;   // the script's name ("kiosk.ls", "-e 2"); empty when it has none
+  std::string handler;  // the handler it happened in; empty at top level
   std::string message;
-  std::string errorText() const { return std::to_string(line) + ": " + message; }
+  // "kiosk.ls:12 in handler readSettings: Division by zero"; "3: ..." without a name.
+  std::string errorText() const {
+    std::string where = source.empty() ? std::to_string(line) : source + ":" + std::to_string(line);
+    if (!handler.empty()) where += " in handler " + handler;
+    return where + ": " + message;
+  }
 };
 
 class Interpreter;
@@ -106,7 +120,8 @@ class Interpreter : public host::Movie {
 
   // Parses a script, defines its handlers (replacing ones of the same name), then runs its
   // top-level statements in order. Stops at the first error. Nothing runs when it does not parse.
-  Outcome run(std::string_view source, int firstLine = 1);
+  // `name` says where errors happened ("kiosk.ls", "-e 2"); the handlers keep it.
+  Outcome run(std::string_view source, int firstLine = 1, std::string_view name = {});
   // True when `source` fails to parse only because it stops inside an open handler or block.
   static bool needsMoreInput(std::string_view source);
   // Calls a script handler or a built-in by name.
@@ -170,6 +185,28 @@ class Interpreter : public host::Movie {
   void indexSet(const Value& base, const Value& index, Value v);
   Value dotGet(const Value& base, Expr& e);
   Value theProperty(const Expr& e);
+  void setProperty(const Expr& e, const Value& v);
+  Value environmentList();
+  void locate(ScriptError& e) const;
+
+  // Chunk expressions (chunk_eval.cpp). Reads look at the source text where it lies, without
+  // copying it.
+  const Value& evalRef(Expr& e, Value& holder);
+  std::string_view chunkSource(Expr& e, Value& holder, std::string& converted);
+  std::string_view chunkText(Expr& e, Value& holder, std::string& converted);
+  Value evalChunk(Expr& e);
+  Value evalChunkCount(Expr& e);
+  void writeChunk(Expr& target, const Value& v, PutMode mode);
+  void deleteChunk(Expr& target);
+  struct ChunkLevel {
+    ChunkType type;
+    int64_t from;
+    int64_t to;
+    bool last;
+  };
+  ChunkLevel chunkLevel(Expr& e);
+  std::string rewriteChunk(std::string_view text, const std::vector<ChunkLevel>& levels, size_t k,
+                           const std::string* value, PutMode mode);
   Value valueOf(const Value& v);
 
   // Conversions that fail with a script error.
@@ -204,10 +241,18 @@ class Interpreter : public host::Movie {
   std::vector<Value> globals_;
   uint32_t generation_ = 1;
 
+  // Session state that scripts read and set through "the".
+  std::string itemDelimiter_ = ",";
+  Value result_;  // the result: what the last command returned
+  std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+  std::chrono::steady_clock::time_point timerStart_ = started_;
+
   // Execution state. Handler frames are windows of `stack_` starting at `fp_`.
   std::vector<Value> stack_;
   size_t fp_ = 0;
   int line_ = 0;
+  const Handler* handler_ = nullptr;  // the handler running, null at top level
+  const std::string* source_ = nullptr;  // the script running (its Program's source)
   int depth_ = 0;
   int active_ = 0;  // entries in progress (run, calls, host call-backs)
   uint64_t steps_ = 0;

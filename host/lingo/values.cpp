@@ -366,4 +366,12 @@ const char* ilkName(const Value& v) {
   }
 }
 
+std::string describeValue(const Value& v) {
+  try {
+    return literalText(v, 80);
+  } catch (const ScriptError&) {
+    return std::string("a ") + ilkName(v);
+  }
+}
+
 }  // namespace tessel::lingo

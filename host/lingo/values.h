@@ -59,6 +59,10 @@ bool sortsBefore(const Value& a, const Value& b);
 // Equality of property names: same kind, symbols ignoring case, strings exactly, numbers by value.
 bool samePropName(const Value& a, const Value& b);
 
+// A short description of a value for error messages: its literal form cut to 80 bytes, or its
+// kind ("a #list") when longer.
+std::string describeValue(const Value& v);
+
 // #integer, #float, #string, #symbol, #list, #propList or #void.
 const char* ilkName(const Value& v);
 

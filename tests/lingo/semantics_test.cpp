@@ -117,7 +117,7 @@ TEST(LingoConversions, BuiltInFunctions) {
             "-- \"\"\n"
             "-- 3 0 0\n"
             "-- \"A\" 65 0 \"\"\n"
-            "-- 233 2 8364\n"
+            "-- 233 1 8364\n"
             "-- \"b\"\n");
   EXPECT_EQ(run("put length([1])"), "error: 1: length: string expected, found [1]\n");
   EXPECT_EQ(run("put count(\"abc\")"), "error: 1: count: list expected, found \"abc\"\n");
@@ -382,7 +382,7 @@ TEST(LingoErrors, ReportedWithTheirLine) {
                 "  x = n * 2\n"
                 "  return x + undefinedThing\n"
                 "end\n"),
-            "-- 1\nerror: 6: Variable used before assigned a value: undefinedThing\n");
+            "-- 1\nerror: 6 in handler broken: Variable used before assigned a value: undefinedThing\n");
   EXPECT_EQ(run("put 1\nnoSuchHandler(1)\n"), "-- 1\nerror: 2: Handler not defined: noSuchHandler\n");
   EXPECT_EQ(run("on f\n  return 1\nend\nput f() + \"x\"\n"),
             "error: 4: Number expected, found \"x\"\n");
@@ -409,12 +409,12 @@ TEST(LingoErrors, LimitsStopRunawayScripts) {
   // Unbounded recursion is a script error, not a crash.
   Interpreter deep;
   EXPECT_EQ(runIn(deep, "on down n\n  return down(n + 1)\nend\nput down(1)\n"),
-            "error: 2: Stack overflow\n");
+            "error: 2 in handler down: Stack overflow\n");
   Limits small;
   small.maxStackBytes = 64 << 10;
   small.maxCallDepth = 100000;
   deep.setLimits(small);
-  EXPECT_EQ(runIn(deep, "put down(1)\n"), "error: 2: Stack overflow\n");
+  EXPECT_EQ(runIn(deep, "put down(1)\n"), "error: 2 in handler down: Stack overflow\n");
   EXPECT_EQ(runIn(deep, "put 1 + 1\n"), "-- 2\n");
 
   // Nesting that would need deep recursion to parse is refused.

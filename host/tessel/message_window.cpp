@@ -38,6 +38,8 @@ extern "C" void onPromptInterrupt(int) { promptInterrupted = 1; }
 bool lineDone = false;
 char* lineText = nullptr;
 extern "C" void onLine(char* text) {
+  // Removed here, so that readline does not show the prompt again before the line runs.
+  rl_callback_handler_remove();
   lineDone = true;
   lineText = text;
 }
@@ -78,7 +80,6 @@ Read readLine(const char* prompt, std::string& out) {
     }
     rl_callback_read_char();
     if (lineDone) {
-      rl_callback_handler_remove();
       if (lineText != nullptr) {
         out = lineText;
         if (*lineText) add_history(lineText);

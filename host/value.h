@@ -25,9 +25,11 @@ struct Symbol {
 class Value;
 struct List {
   std::vector<Value> items;
+  bool sorted = false;  // after sort(): add() keeps the order
 };
 struct PropList {
   std::vector<std::pair<Value, Value>> items;  // property, value
+  bool sorted = false;  // after sort(): addProp() keeps the order of the properties
 };
 using ListPtr = std::shared_ptr<List>;
 using PropListPtr = std::shared_ptr<PropList>;

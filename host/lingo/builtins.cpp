@@ -81,22 +81,31 @@ struct Builtins {
     return Value();
   }
 
+  // append always adds at the end (a sorted list is then no longer sorted); add keeps a sorted
+  // list's order.
   static Value append(Interpreter& in, Value* a, size_t) {
-    auto& l = list(in, "append", a[0]).items;
-    in.checkItems(l.size() + 1);
-    l.push_back(a[1]);
+    auto& ls = list(in, "append", a[0]);
+    in.checkItems(ls.items.size() + 1);
+    ls.items.push_back(a[1]);
+    ls.sorted = false;
     return Value();
   }
 
   static Value add(Interpreter& in, Value* a, size_t) {
-    auto& l = list(in, "add", a[0]).items;
-    in.checkItems(l.size() + 1);
-    l.push_back(a[1]);
+    auto& ls = list(in, "add", a[0]);
+    in.checkItems(ls.items.size() + 1);
+    if (ls.sorted) {
+      ls.items.insert(std::upper_bound(ls.items.begin(), ls.items.end(), a[1], sortsBefore), a[1]);
+    } else {
+      ls.items.push_back(a[1]);
+    }
     return Value();
   }
 
   static Value addAt(Interpreter& in, Value* a, size_t) {
-    auto& l = list(in, "addAt", a[0]).items;
+    auto& ls = list(in, "addAt", a[0]);
+    ls.sorted = false;
+    auto& l = ls.items;
     int32_t i = in.toInt(a[1], "addAt");
     if (i < 1) in.fail("addAt: index out of range: " + std::to_string(i));
     auto n = static_cast<size_t>(i);
@@ -107,9 +116,15 @@ struct Builtins {
   }
 
   static Value addProp(Interpreter& in, Value* a, size_t) {
-    auto& p = propList(in, "addProp", a[0]).items;
+    auto& pl = propList(in, "addProp", a[0]);
+    auto& p = pl.items;
     in.checkItems(p.size() + 1);
-    p.emplace_back(a[1], a[2]);
+    auto at = p.end();
+    if (pl.sorted) {
+      at = std::upper_bound(p.begin(), p.end(), a[1],
+                            [](const Value& prop, const auto& kv) { return sortsBefore(prop, kv.first); });
+    }
+    p.emplace(at, a[1], a[2]);
     return Value();
   }
 
@@ -268,7 +283,9 @@ struct Builtins {
       std::vector<Value> out;
       out.reserve(src.size());
       for (const Value& item : src) out.push_back(copyDeep(in, item, budget));
-      return in.newList(std::move(out));
+      Value copy = in.newList(std::move(out));
+      copy.listPtr()->sorted = v.listPtr()->sorted;
+      return copy;
     }
     const auto& src = v.propListPtr()->items;
     if (src.size() > budget) in.fail("duplicate: list too large");
@@ -276,7 +293,9 @@ struct Builtins {
     std::vector<std::pair<Value, Value>> out;
     out.reserve(src.size());
     for (const auto& kv : src) out.emplace_back(kv.first, copyDeep(in, kv.second, budget));
-    return in.newPropList(std::move(out));
+    Value copy = in.newPropList(std::move(out));
+    copy.propListPtr()->sorted = v.propListPtr()->sorted;
+    return copy;
   }
 
   static Value duplicate(Interpreter& in, Value* a, size_t) {
@@ -289,10 +308,12 @@ struct Builtins {
       auto& p = a[0].propListPtr()->items;
       std::stable_sort(p.begin(), p.end(),
                        [](const auto& x, const auto& y) { return sortsBefore(x.first, y.first); });
+      a[0].propListPtr()->sorted = true;
       return Value();
     }
-    auto& l = list(in, "sort", a[0]).items;
-    std::stable_sort(l.begin(), l.end(), sortsBefore);
+    auto& ls = list(in, "sort", a[0]);
+    std::stable_sort(ls.items.begin(), ls.items.end(), sortsBefore);
+    ls.sorted = true;
     return Value();
   }
 

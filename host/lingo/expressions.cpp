@@ -398,6 +398,7 @@ void Interpreter::indexSet(const Value& base, const Value& index, Value v) {
       items.resize(n, Value(int32_t{0}));
     }
     items[n - 1] = std::move(v);
+    base.listPtr()->sorted = false;
     return;
   }
   if (base.isPropList()) {

@@ -136,21 +136,64 @@ int sortRank(const Value& v) {
 
 }  // namespace
 
+namespace {
+
+// Lower case of the two-byte letters that have one of the same length: Latin-1, Latin
+// Extended-A, Greek and Cyrillic capitals.
+uint32_t foldLetter(uint32_t c) {
+  if ((c >= 0xC0 && c <= 0xDE && c != 0xD7) || (c >= 0x391 && c <= 0x3AB && c != 0x3A2) ||
+      (c >= 0x410 && c <= 0x42F))
+    return c + 32;
+  if (c >= 0x400 && c <= 0x40F) return c + 80;
+  if (c == 0x178) return 0xFF;
+  if ((c >= 0x100 && c <= 0x137) || (c >= 0x14A && c <= 0x177)) return c | 1;
+  if ((c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E)) return (c & 1) ? c + 1 : c;
+  return c;
+}
+
+bool isAscii(std::string_view s) {
+  for (char c : s) {
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 std::string lowerCase(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = foldCase(c);
+  for (size_t i = 0; i < out.size(); ++i) {
+    auto b = static_cast<unsigned char>(out[i]);
+    if (b < 0x80) {
+      out[i] = foldCase(out[i]);
+    } else if (b >= 0xC3 && b <= 0xD0 && i + 1 < out.size() &&
+               (static_cast<unsigned char>(out[i + 1]) & 0xC0) == 0x80) {
+      uint32_t c = ((b & 0x1Fu) << 6) | (static_cast<unsigned char>(out[i + 1]) & 0x3Fu);
+      uint32_t f = foldLetter(c);
+      out[i] = static_cast<char>(0xC0 | (f >> 6));
+      out[i + 1] = static_cast<char>(0x80 | (f & 0x3F));
+      ++i;
+    }
+  }
   return out;
 }
 
 bool equalNoCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i) {
+    if (static_cast<unsigned char>(a[i]) >= 0x80 || static_cast<unsigned char>(b[i]) >= 0x80)
+      return lowerCase(a) == lowerCase(b);
     if (foldCase(a[i]) != foldCase(b[i])) return false;
   }
   return true;
 }
 
 int compareNoCase(std::string_view a, std::string_view b) {
+  if (!isAscii(a) || !isAscii(b)) {
+    // UTF-8 bytes order as their characters do.
+    int c = lowerCase(a).compare(lowerCase(b));
+    return c < 0 ? -1 : c > 0 ? 1 : 0;
+  }
   size_t n = a.size() < b.size() ? a.size() : b.size();
   for (size_t i = 0; i < n; ++i) {
     auto ca = static_cast<unsigned char>(foldCase(a[i]));

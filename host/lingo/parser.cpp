@@ -160,7 +160,10 @@ StmtPtr Parser::simpleStatement() {
       return s;
     }
     case Tok::Ident:
-      if (isWord("delete") && atChunkWord(1)) return deleteStatement();
+      if (isWord("delete") &&
+          (atChunkWord(1) || (peek(1).type == Tok::The && peek(2).type == Tok::Ident &&
+                              equalNoCase(peek(2).text, "last"))))
+        return deleteStatement();
       return identStatement();
     case Tok::The: {  // the itemDelimiter = ";"
       auto s = stmt(StmtKind::Assign, line);

@@ -1,5 +1,9 @@
 // The language itself: operators, conversions, lists, control flow, handlers and put's format.
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include <chrono>
 
 #include "tests/lingo/lingo_test_util.h"
 
@@ -390,6 +394,47 @@ TEST(LingoErrors, ReportedWithTheirLine) {
   EXPECT_EQ(run("put xtra \"Tessel\"\n"),
             "error: 1: An Xtra reference can only be given to interface(), as in interface(xtra "
             "\"Name\")\n");
+}
+
+TEST(LingoErrors, NameTheScriptAndHandlerAndHandlersSurvive) {
+  Interpreter in;
+  in.setOutput([](const std::string&) {});
+  Outcome o = in.run("on readSettings\n  return 1 / 0\nend\nput readSettings()\n", 10, "kiosk.ls");
+  EXPECT_EQ(o.errorText(), "kiosk.ls:11 in handler readSettings: Division by zero");
+  // A handler keeps the name of the script that defined it, wherever it is called from.
+  o = in.run("put 1\nreadSettings()\n", 1, "-e 2");
+  EXPECT_EQ(o.errorText(), "kiosk.ls:11 in handler readSettings: Division by zero");
+  EXPECT_EQ(in.run("put 1\nput 1 / 0\n", 1, "-e 3").errorText(), "-e 3:2: Division by zero");
+  EXPECT_EQ(in.run("put (1\n", 1, "-e 4").errorText(), "-e 4:1: ')' expected, found end of line");
+  EXPECT_TRUE(in.hasHandler("readSettings"));
+}
+
+TEST(LingoProperties, DatesTimesAndSessionState) {
+  const char* oldTz = getenv("TZ");
+  std::string saved = oldTz ? oldTz : "";
+  setenv("TZ", "UTC", 1);
+  tzset();
+  Interpreter in;
+  // Tuesday 14 November 2023, 22:13:20 UTC.
+  in.environment().clock = [] { return std::chrono::system_clock::from_time_t(1700000000); };
+  EXPECT_EQ(runIn(in, "put the date, the short date, the abbr date\nput the long date\n"
+                      "put the time, the long time, the systemDate\n"),
+            "-- \"11/14/2023\" \"11/14/2023\" \"Tue, Nov 14, 2023\"\n"
+            "-- \"Tuesday, November 14, 2023\"\n"
+            "-- \"10:13 PM\" \"10:13:20 PM\" [#year: 2023, #month: 11, #day: 14]\n");
+  if (oldTz) {
+    setenv("TZ", saved.c_str(), 1);
+  } else {
+    unsetenv("TZ");
+  }
+  tzset();
+  // The item delimiter is one character and lasts for the session; EMPTY brings back ",".
+  EXPECT_EQ(runIn(in, "set the itemDelimiter to \";;\"\nput the itemDelimiter\n"), "-- \";\"\n");
+  EXPECT_EQ(runIn(in, "put item 2 of \"a;b,c\"\nthe itemDelimiter = EMPTY\nput item 2 of \"a;b,c\"\n"),
+            "-- \"b,c\"\n-- \"c\"\n");
+  // The result holds what the last command returned.
+  EXPECT_EQ(runIn(in, "on seven\n  return 7\nend\nseven\nx = 1\nput the result\n"), "-- 7\n");
+  EXPECT_EQ(runIn(in, "the date = 1\n"), "error: 1: Can't set the date\n");
 }
 
 TEST(LingoErrors, LimitsStopRunawayScripts) {

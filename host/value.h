@@ -30,6 +30,9 @@ struct List {
 struct PropList {
   std::vector<std::pair<Value, Value>> items;  // property, value
   bool sorted = false;  // after sort(): addProp() keeps the order of the properties
+  // Set for an instance of a parent script (the message window's objects): the script's name;
+  // the items are its properties.
+  std::string scriptName;
 };
 using ListPtr = std::shared_ptr<List>;
 using PropListPtr = std::shared_ptr<PropList>;

@@ -54,6 +54,8 @@ enum class ExprKind : uint8_t {
   Dot,       // kids[0].name
   The,       // the name
   XtraRef,   // xtra kids[0]; only meaningful as the argument of interface()
+  Property,  // a property of the parent script's instance (the handler's first argument)
+  ScriptRef,  // script kids[0]; only meaningful as the first argument of new()
   Chunk,     // chunk kids[1] (to kids[2]) of kids[0]; `last`: the last chunk, no kids[1]
   ChunkCount,  // the number of chunks in kids[0]
 };
@@ -132,6 +134,7 @@ struct Handler {
 
 struct Program {
   std::string source;  // file name or "-e N"; empty in the interactive window
+  std::vector<std::string> properties;  // "property" lines: a parent script's, as written
   std::vector<std::unique_ptr<Handler>> handlers;
   Block statements;  // top-level code, run in order
 };

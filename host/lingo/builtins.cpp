@@ -420,9 +420,13 @@ struct Builtins {
   static Value integerP(Interpreter&, Value* a, size_t) { return boolean(a[0].isInteger()); }
   static Value floatP(Interpreter&, Value* a, size_t) { return boolean(a[0].isFloat()); }
   static Value symbolP(Interpreter&, Value* a, size_t) { return boolean(a[0].isSymbol()); }
-  // Lists are the only objects a script without a stage makes.
+  // Lists and parent scripts' instances (property lists too) are the objects a script makes.
   static Value objectP(Interpreter&, Value* a, size_t) {
     return boolean(a[0].isList() || a[0].isPropList());
+  }
+
+  static Value newObject(Interpreter& in, Value* a, size_t n) {
+    return in.newObject(std::vector<Value>(a, a + n));  // copied: the new handler runs
   }
 
   static Value startTimer(Interpreter& in, Value*, size_t) {
@@ -509,6 +513,7 @@ struct Builtins {
         {"integerp", 1, 1, integerP},   {"floatp", 1, 1, floatP},
         {"symbolp", 1, 1, symbolP},     {"objectp", 1, 1, objectP},
         {"starttimer", 0, 0, startTimer}, {"abs", 1, 1, abs},
+        {"new", 1, -1, newObject},
         {"min", 0, -1, min},            {"max", 0, -1, max},
         {"sqrt", 1, 1, sqrt},           {"power", 2, 2, power},
         {"random", 1, 1, random},       {"interface", 1, 1, interface},

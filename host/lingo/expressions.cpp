@@ -74,6 +74,9 @@ Value Interpreter::eval(Expr& e) {
     }
     case ExprKind::Dot: return dotGet(eval(*e.kids[0]), e);
     case ExprKind::The: return theProperty(e);
+    case ExprKind::Property: return property(e);
+    case ExprKind::ScriptRef:
+      fail("A script reference can only be given to new(), as in new(script \"Name\")");
     case ExprKind::Chunk: return evalChunk(e);
     case ExprKind::ChunkCount: return evalChunkCount(e);
     case ExprKind::XtraRef:
@@ -102,17 +105,37 @@ void Interpreter::resolveCall(Expr& e) {
 
 Value Interpreter::evalArg(Expr& call, Expr& arg) {
   if (arg.kind == ExprKind::XtraRef && call.name == "interface") return eval(*arg.kids[0]);
+  if (arg.kind == ExprKind::ScriptRef && call.name == "new") return eval(*arg.kids[0]);
   return eval(arg);
 }
 
 Value Interpreter::evalCall(Expr& e) {
   if (e.cache.generation != generation_) resolveCall(e);
+  size_t base = stack_.size();
+  if (!scripts_.empty() && !e.kids.empty() && e.cache.kind != kBuiltin) {
+    // An object given first answers with its own handler of that name, if it has one.
+    Value first = evalArg(e, *e.kids[0]);
+    stack_.push_back(std::move(first));
+    if (const Handler* method = methodOf(stack_[base], e.name)) {
+      for (size_t i = 1; i < e.kids.size(); ++i) {
+        Value v = evalArg(e, *e.kids[i]);
+        stack_.push_back(std::move(v));
+      }
+      return invokeHandler(*method, base, e.kids.size());
+    }
+    return callResolved(e, base, 1);
+  }
+  return callResolved(e, base, 0);
+}
+
+// Evaluates the arguments after the first `evaluated` (which are on the stack from `base`) and
+// calls what the name resolved to.
+Value Interpreter::callResolved(Expr& e, size_t base, size_t evaluated) {
   switch (e.cache.kind) {
     case kHandler:
     case kBuiltin: {
-      size_t base = stack_.size();
-      for (auto& k : e.kids) {
-        Value v = evalArg(e, *k);
+      for (size_t i = evaluated; i < e.kids.size(); ++i) {
+        Value v = evalArg(e, *e.kids[i]);
         stack_.push_back(std::move(v));
       }
       if (e.cache.kind == kHandler)
@@ -122,7 +145,9 @@ Value Interpreter::evalCall(Expr& e) {
     case kExternal: {
       std::vector<Value> args;
       args.reserve(e.kids.size());
-      for (auto& k : e.kids) args.push_back(evalArg(e, *k));
+      for (size_t i = base; i < base + evaluated; ++i) args.push_back(std::move(stack_[i]));
+      stack_.resize(base);
+      for (size_t i = evaluated; i < e.kids.size(); ++i) args.push_back(evalArg(e, *e.kids[i]));
       Value result;
       std::string error;
       bool ok = externals_->call(e.cache.external, args, result, error);
@@ -178,6 +203,7 @@ void Interpreter::assign(Expr& target, Value v) {
       return;
     }
     case ExprKind::The: setProperty(target, v); return;
+    case ExprKind::Property: property(target) = std::move(v); return;
     case ExprKind::Chunk: writeChunk(target, v, PutMode::Into); return;
     case ExprKind::Dot: {
       Value base = eval(*target.kids[0]);

@@ -57,6 +57,9 @@ struct Environment {
   std::string platform = "Linux,X11";
   std::string runMode = "Projector";
   std::string osVersion;  // "the environment"'s #osVersion, e.g. "Linux 6.1.0"
+  // The text of the parent script `name` (what new(script "name") makes objects of), or nullopt
+  // when there is none. Unset: scripts have no parent scripts.
+  std::function<std::optional<std::string>(const std::string& name)> readScript;
 };
 
 struct Limits {
@@ -172,6 +175,18 @@ class Interpreter : public host::Movie {
   Value evalCall(Expr& e);
   Value evalArg(Expr& call, Expr& arg);
   void resolveCall(Expr& e);
+  Value callResolved(Expr& e, size_t base, size_t evaluated);
+
+  // Parent scripts (objects.cpp): loaded on first use, once per session.
+  struct ParentScript {
+    std::string name;  // as first asked for
+    std::unique_ptr<Program> program;
+    std::unordered_map<std::string, const Handler*> handlers;
+  };
+  const ParentScript& parentScript(const std::string& name);
+  Value newObject(std::vector<Value> args);
+  const Handler* methodOf(const Value& object, const std::string& lowerName) const;
+  Value& property(const Expr& e);
   Value invokeHandler(const Handler& h, size_t base, size_t nargs);
   Value invokeBuiltin(const Builtin& b, size_t base, size_t nargs);
   Value readGlobal(Expr& e);
@@ -240,6 +255,8 @@ class Interpreter : public host::Movie {
   std::unordered_map<std::string, size_t> globalIndex_;
   std::vector<Value> globals_;
   uint32_t generation_ = 1;
+
+  std::unordered_map<std::string, ParentScript> scripts_;  // by lower-case name
 
   // Session state that scripts read and set through "the".
   std::string itemDelimiter_ = ",";

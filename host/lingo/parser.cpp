@@ -65,7 +65,7 @@ std::unique_ptr<Handler> Parser::handler() {
   return h;
 }
 
-void Parser::resolve(Scope& scope, Handler& h) {
+void Parser::resolve(Scope& scope, Handler& h) const {
   std::unordered_map<std::string, int> slots;
   for (const auto& p : scope.params) {
     slots.emplace(p, static_cast<int>(h.localNames.size()));
@@ -73,7 +73,7 @@ void Parser::resolve(Scope& scope, Handler& h) {
   }
   h.params = static_cast<int>(scope.params.size());
   for (const auto& n : scope.assignedOrder) {
-    if (slots.count(n) || scope.globals.count(n)) continue;
+    if (slots.count(n) || scope.globals.count(n) || properties_.count(n)) continue;
     slots.emplace(n, static_cast<int>(h.localNames.size()));
     h.localNames.push_back(n);
   }
@@ -85,6 +85,8 @@ void Parser::resolve(Scope& scope, Handler& h) {
       e->slot = it->second;
     } else if (scope.globals.count(e->name)) {
       e->kind = ExprKind::Global;
+    } else if (properties_.count(e->name)) {
+      e->kind = ExprKind::Property;
     }
   }
 }
@@ -174,7 +176,7 @@ StmtPtr Parser::simpleStatement() {
     }
     case Tok::On:
       fail(scope_ ? "Handler definitions can't be nested" : "'on' must start a line of its own");
-    case Tok::Property: fail("Property declarations are not supported");
+    case Tok::Property: fail("'property' belongs at the top of a parent script, outside handlers");
     case Tok::EndKw: fail("'end' without a matching 'on', 'if', 'repeat' or 'case'");
     case Tok::Else: fail("'else' without 'if'");
     case Tok::If:

@@ -206,9 +206,9 @@ ExprPtr Parser::primary() {
           }
         }
       }
-      if (lower == "xtra" && (next == Tok::String || next == Tok::LParen)) {
+      if ((lower == "xtra" || lower == "script") && (next == Tok::String || next == Tok::LParen)) {
         advance();
-        auto e = node(ExprKind::XtraRef, line);
+        auto e = node(lower == "xtra" ? ExprKind::XtraRef : ExprKind::ScriptRef, line);
         if (accept(Tok::LParen)) {
           e->kids.push_back(expr());
           expect(Tok::RParen, "')'");

@@ -61,6 +61,16 @@ class Parser {
           prog->handlers.push_back(handler());
           continue;
         }
+        if (accept(Tok::Property)) {  // a parent script's properties
+          for (;;) {
+            const Token& name = expect(Tok::Ident, "Property name");
+            properties_.insert(lowerCase(name.text));
+            prog->properties.push_back(name.text);
+            if (!accept(Tok::Comma)) break;
+          }
+          endOfStatement();
+          continue;
+        }
         prog->statements.push_back(statement(false));
         endOfStatement();
       }
@@ -237,6 +247,7 @@ class Parser {
   void checkTarget(const Expr& written) const {
     const Expr& e = chunkBase(written);
     if (e.kind == ExprKind::Name || e.kind == ExprKind::Global || e.kind == ExprKind::Index ||
+        e.kind == ExprKind::Property ||
         e.kind == ExprKind::Dot || (e.kind == ExprKind::The && &e == &written))
       return;
     throw ParseError{e.line, "Can't assign to this expression", false};
@@ -244,7 +255,7 @@ class Parser {
 
   // ---- Handlers -------------------------------------------------------------------------------
   std::unique_ptr<Handler> handler();
-  static void resolve(Scope& scope, Handler& h);
+  void resolve(Scope& scope, Handler& h) const;
   // ---- Statements -----------------------------------------------------------------------------
   // Statements up to a line that starts with "end" (or "else", when `elseEnds`).
   Block block(bool elseEnds, bool inIfBlock, const char* closing);
@@ -286,6 +297,7 @@ class Parser {
   int open_ = 0;   // open handlers and blocks
   int loops_ = 0;  // open repeat blocks
   Scope* scope_ = nullptr;
+  std::unordered_set<std::string> properties_;  // declared so far in this script
 };
 
 }  // namespace tessel::lingo::parse_detail

@@ -68,6 +68,12 @@ class TextBuilder {
       }
       case 6: {
         const PropList& p = *v.propListPtr();
+        if (!p.scriptName.empty()) {
+          add("<offspring \"");
+          add(p.scriptName);
+          add("\">");
+          break;
+        }
         if (p.items.empty()) {
           add("[:]");
           break;
@@ -405,7 +411,7 @@ const char* ilkName(const Value& v) {
     case 3: return "string";
     case 4: return "symbol";
     case 5: return "list";
-    default: return "propList";
+    default: return v.propListPtr()->scriptName.empty() ? "propList" : "instance";
   }
 }
 

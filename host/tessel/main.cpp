@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -185,6 +186,12 @@ int main(int argc, char** argv) {
   env.applicationPath = withSlash(bin.string());
   env.runMode = opt.mode;
   if (utsname u{}; uname(&u) == 0) env.osVersion = std::string(u.sysname) + " " + u.release;
+  // Parent scripts are the files NAME.ls in the movie's folder.
+  env.readScript = [folder = env.moviePath](const std::string& name) -> std::optional<std::string> {
+    std::string text;
+    if (!readFile(folder + name + ".ls", text)) return std::nullopt;
+    return text;
+  };
 
   tessel::host::HostOptions hostOptions;
   hostOptions.productName = opt.product;

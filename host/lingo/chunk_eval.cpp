@@ -78,13 +78,14 @@ std::string Interpreter::rewriteChunk(std::string_view text, const std::vector<C
   }
   if (k + 1 == levels.size()) {
     if (!value) return lingo::deleteChunk(text, level.type, from, to, itemDelimiter_);
-    return putChunk(text, level.type, from, to, *value, mode, itemDelimiter_);
+    return putChunk(text, level.type, from, to, *value, mode, itemDelimiter_, limits_.maxTextBytes);
   }
   Span span = findChunk(text, level.type, from, to, itemDelimiter_);
   if (!span.found) {
     if (!value) return std::string(text);
     std::string inner = rewriteChunk({}, levels, k + 1, value, mode);
-    return putChunk(text, level.type, from, to, inner, PutMode::Into, itemDelimiter_);
+    return putChunk(text, level.type, from, to, inner, PutMode::Into, itemDelimiter_,
+                    limits_.maxTextBytes);
   }
   std::string inner =
       rewriteChunk(text.substr(span.begin, span.end - span.begin), levels, k + 1, value, mode);

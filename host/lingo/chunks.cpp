@@ -1,6 +1,7 @@
 #include "host/lingo/chunks.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace tessel::lingo {
 
@@ -196,33 +197,39 @@ Span findChunk(std::string_view s, ChunkType type, int64_t from, int64_t to,
 }
 
 std::string putChunk(std::string_view s, ChunkType type, int64_t from, int64_t to,
-                     std::string_view value, PutMode mode, std::string_view itemDelimiter) {
+                     std::string_view value, PutMode mode, std::string_view itemDelimiter,
+                     size_t maxBytes) {
   if (from < 1) from = 1;
   Span span = findChunk(s, type, from, to, itemDelimiter);
   std::string out;
   if (span.found) {
     size_t b = mode == PutMode::After ? span.end : span.begin;
     size_t e = mode == PutMode::Into ? span.end : b;
+    if (s.size() - (e - b) + value.size() > maxBytes) throw std::length_error("Text too long");
     out.reserve(s.size() - (e - b) + value.size());
     out.append(s.substr(0, b)).append(value).append(s.substr(e));
     return out;
   }
   // The chunk does not exist yet: pad up to it, then write.
-  out.assign(s);
   auto count = static_cast<int64_t>(countChunks(s, type, itemDelimiter));
+  std::string_view sep = " ";
+  int64_t pads = 0;
   switch (type) {
-    case ChunkType::Char: out.append(static_cast<size_t>(from - 1 - count), ' '); break;
-    case ChunkType::Word:
-      if (!out.empty() && !isWordSpace(out.back())) out += ' ';
-      break;
+    case ChunkType::Char: pads = from - 1 - count; break;
+    case ChunkType::Word: pads = !s.empty() && !isWordSpace(s.back()) ? 1 : 0; break;
     case ChunkType::Item:
-    case ChunkType::Line: {
-      std::string_view sep = type == ChunkType::Item ? delimiterOf(itemDelimiter) : lineEndFor(s);
-      int64_t pads = s.empty() ? from - 1 : from - count;
-      for (int64_t i = 0; i < pads; ++i) out.append(sep);
+    case ChunkType::Line:
+      sep = type == ChunkType::Item ? delimiterOf(itemDelimiter) : lineEndFor(s);
+      pads = s.empty() ? from - 1 : from - count;
       break;
-    }
   }
+  if (pads < 0) pads = 0;
+  if (s.size() > maxBytes || value.size() > maxBytes - s.size() ||
+      static_cast<uint64_t>(pads) > (maxBytes - s.size() - value.size()) / sep.size())
+    throw std::length_error("Text too long");
+  out.reserve(s.size() + static_cast<size_t>(pads) * sep.size() + value.size());
+  out.assign(s);
+  for (int64_t i = 0; i < pads; ++i) out.append(sep);
   out.append(value);
   return out;
 }

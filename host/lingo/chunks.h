@@ -47,9 +47,11 @@ Span findChunk(std::string_view s, ChunkType type, int64_t from, int64_t to,
                std::string_view itemDelimiter);
 // The text after putting `value` into, after or before the chunk. A chunk past the end is made
 // first: chars pad with spaces, items with delimiters, lines with line ends, a word follows a
-// space. A position below 1 counts as 1.
+// space. A position below 1 counts as 1. Throws std::length_error ("Text too long") when the
+// result would pass `maxBytes`, before making it.
 std::string putChunk(std::string_view s, ChunkType type, int64_t from, int64_t to,
-                     std::string_view value, PutMode mode, std::string_view itemDelimiter);
+                     std::string_view value, PutMode mode, std::string_view itemDelimiter,
+                     size_t maxBytes = SIZE_MAX);
 // The text without the chunk and one separator next to it (the one after it, or before it for
 // the last chunk); the text unchanged when the chunk does not exist.
 std::string deleteChunk(std::string_view s, ChunkType type, int64_t from, int64_t to,

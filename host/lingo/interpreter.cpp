@@ -149,8 +149,12 @@ Outcome Interpreter::guarded(Body&& body) {
     out.handler = e.handler();
     out.message = e.message();
   } catch (const std::exception& e) {
+    ScriptError located(e.what(), line_);
+    locate(located);
     out.ok = false;
     out.line = line_;
+    out.source = located.source();
+    out.handler = located.handler();
     out.message = e.what();
   }
   if (!entry.nested) pending_.reset();
@@ -310,8 +314,8 @@ moa::MoaError Interpreter::callHandler(const std::string& name, const std::vecto
       } else {
         reportError(e);
       }
-    } catch (const std::bad_alloc&) {
-      ScriptError e("Out of memory", line_);
+    } catch (const std::exception& x) {
+      ScriptError e(dynamic_cast<const std::bad_alloc*>(&x) ? "Out of memory" : x.what(), line_);
       locate(e);
       if (entry.nested) {
         pending_ = std::move(e);

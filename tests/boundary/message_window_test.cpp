@@ -30,12 +30,16 @@ std::string slurp(const fs::path& p) {
   return ss.str();
 }
 
-// Runs the message window with `args`; its standard error, and the exit status.
-std::pair<std::string, int> runWindow(const TempDir& dir, const std::vector<std::string>& args) {
+// Runs the message window with `args`; its standard error, and the exit status (its standard
+// output goes to `out` when given).
+std::pair<std::string, int> runWindow(const TempDir& dir, const std::vector<std::string>& args,
+                                      std::string* out = nullptr) {
   fs::path err = dir.path() / "stderr";
+  fs::path outFile = dir.path() / "stdout";
   pid_t pid = fork();
   if (pid == 0) {
-    if (!std::freopen(err.c_str(), "w", stderr) || !std::freopen("/dev/null", "w", stdout)) _exit(126);
+    if (!std::freopen(err.c_str(), "w", stderr) || !std::freopen(outFile.c_str(), "w", stdout))
+      _exit(126);
     std::string r = runner(), x = xtrasFolder();
     std::vector<const char*> argv{r.c_str(), "--xtras", x.c_str()};
     for (const auto& a : args) argv.push_back(a.c_str());
@@ -45,6 +49,7 @@ std::pair<std::string, int> runWindow(const TempDir& dir, const std::vector<std:
   }
   int status = 0;
   waitpid(pid, &status, 0);
+  if (out) *out = slurp(outFile);
   return {slurp(err), WIFEXITED(status) ? WEXITSTATUS(status) : -1};
 }
 
@@ -66,6 +71,22 @@ TEST(MessageWindow, ErrorsSayWhere) {
   EXPECT_EQ(err, "error: -e 1:1: tsReadIni: argument 2 (Keyname): string expected, got VOID\n");
   std::tie(err, status) = runWindow(dir, {"-e", "put tsFileExists([1])"});
   EXPECT_EQ(err, "error: -e 1:1: tsFileExists: argument 1 (Filename): string expected, got [1]\n");
+}
+
+// A file name that is not UTF-8 comes back from the module as it is: it counts one character per
+// stray byte, keeps its neighbours whole, and shows as U+FFFD.
+TEST(MessageWindow, TextThatIsNotUtf8IsShownNotSplit) {
+  TempDir dir;
+  fs::create_directory(dir.path() / "media");
+  dir.file("media/caf\xE9 cr\xC3\xA8me.txt", "");
+  std::string out;
+  auto [err, status] = runWindow(
+      dir, {"-e", "tsReturnUnixNames(1)\nf = tsFileList(\"" + dir.str() + "/media/\", \"\")[1]\n"
+                  "put f, length(f), charToNum(char 4 of f), char 8 of f, word 2 of f"},
+      &out);
+  EXPECT_EQ(err, "");
+  EXPECT_EQ(out, "-- \"caf\xEF\xBF\xBD cr\xC3\xA8me.txt\" 14 233 \"\xC3\xA8\" \"cr\xC3\xA8me.txt\"\n");
+  EXPECT_EQ(status, 0);
 }
 
 // A session on a terminal: reads what the window writes until `want` shows (or 5 s pass).

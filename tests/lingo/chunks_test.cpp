@@ -2,6 +2,8 @@
 // boundaries, padding, deleting with a separator, nesting, and text that is not valid UTF-8.
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "host/lingo/chunks.h"
 #include "lingo_test_util.h"
 
@@ -50,6 +52,10 @@ TEST(LingoChunks, WritesPadAndDeletesTakeOneSeparator) {
   EXPECT_EQ(putChunk("one two", ChunkType::Word, 5, 5, "X", PutMode::Into, ","), "one two X");
   EXPECT_EQ(putChunk("one two", ChunkType::Word, 2, 2, "X", PutMode::Before, ","), "one Xtwo");
   EXPECT_EQ(putChunk("héllo", ChunkType::Char, 2, 3, "E", PutMode::Into, ","), "hElo");
+  // Padding is refused before it is made when the text would pass the limit.
+  EXPECT_THROW(putChunk("a", ChunkType::Item, 2000000000, 2000000000, "x", PutMode::Into, "→", 1000),
+               std::length_error);
+  EXPECT_EQ(run("s = \"\"\nput \"x\" into char 2000000000 of s\n"), "error: 2: Text too long\n");
   EXPECT_EQ(deleteChunk("a,b,c", ChunkType::Item, 2, 2, ","), "a,c");
   EXPECT_EQ(deleteChunk("a,b,c", ChunkType::Item, 3, 3, ","), "a,b");
   EXPECT_EQ(deleteChunk("a,b,c", ChunkType::Item, 9, 9, ","), "a,b,c");

@@ -508,11 +508,11 @@ int32_t Interpreter::toInt(const Value& v, const char* what) const {
 }
 
 std::string Interpreter::textOf(const Value& v) const {
-  return lingo::plainText(v, limits_.maxTextBytes);
+  return lingo::plainText(v, limits_.maxTextBytes, floatPrecision_);
 }
 
 std::string Interpreter::literalOf(const Value& v) const {
-  return lingo::literalText(v, limits_.maxTextBytes);
+  return lingo::literalText(v, limits_.maxTextBytes, floatPrecision_);
 }
 
 void Interpreter::checkText(size_t bytes) const {

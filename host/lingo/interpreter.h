@@ -261,6 +261,7 @@ class Interpreter : public host::Movie {
   // Session state that scripts read and set through "the".
   std::string itemDelimiter_ = ",";
   Value result_;  // the result: what the last command returned
+  int floatPrecision_ = 4;  // decimals floats show with
   std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::chrono::steady_clock::time_point timerStart_ = started_;
 

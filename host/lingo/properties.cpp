@@ -2,6 +2,7 @@
 // place, the item delimiter, the result.
 #include <time.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <limits>
@@ -73,7 +74,7 @@ Value Interpreter::theProperty(const Expr& e) {
   if (n == "ticks") return Value(elapsed(now.time_since_epoch(), 60));
   if (n == "timer") return Value(elapsed(now - timerStart_, 60));
   if (n == "maxinteger") return Value(std::numeric_limits<int32_t>::max());
-  if (n == "floatprecision") return Value(int32_t{4});
+  if (n == "floatprecision") return Value(int32_t{floatPrecision_});
   bool isDate = n == "date" || n.ends_with(" date");
   bool isTime = n == "time" || n.ends_with(" time");
   if (isDate || isTime || n == "systemdate") {
@@ -100,6 +101,12 @@ void Interpreter::setProperty(const Expr& e, const Value& v) {
     std::string d = textOf(v);
     // One character, as Lingo's item delimiter is; EMPTY keeps the comma.
     itemDelimiter_ = d.empty() ? "," : d.substr(0, charLength(d, 0));
+    return;
+  }
+  if (e.name == "floatprecision") {
+    // Floats show with 0 to 15 decimals; Lingo's other settings (negative, above 15) are kept
+    // within that range.
+    floatPrecision_ = std::clamp(toInt(v, "the floatPrecision"), 0, 15);
     return;
   }
   if (e.name == "result") {

@@ -1,5 +1,6 @@
 #include "host/lingo/values.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -24,7 +25,7 @@ std::string_view trim(std::string_view s) {
 
 class TextBuilder {
  public:
-  explicit TextBuilder(size_t maxBytes) : max_(maxBytes) {}
+  TextBuilder(size_t maxBytes, int precision) : max_(maxBytes), precision_(precision) {}
 
   void add(std::string_view s) {
     if (out_.size() + s.size() > max_) throw ScriptError("Text too long");
@@ -41,7 +42,7 @@ class TextBuilder {
         add(std::to_string(v.integer()));
         break;
       case 2:
-        add(formatFloat(v.real()));
+        add(formatFloat(v.real(), precision_));
         break;
       case 3:
         add("\"");
@@ -100,6 +101,7 @@ class TextBuilder {
  private:
   std::string out_;
   size_t max_;
+  int precision_;
 };
 
 bool isNumber(const Value& v) { return v.isInteger() || v.isFloat(); }
@@ -221,11 +223,12 @@ size_t findNoCase(std::string_view hay, std::string_view needle) {
   return static_cast<size_t>(static_cast<const char*>(hit) - h.data());
 }
 
-std::string formatFloat(double d) {
+std::string formatFloat(double d, int precision) {
   if (std::isnan(d)) return "NAN";
   if (std::isinf(d)) return d < 0 ? "-INF" : "INF";
-  char buf[400];  // the largest double has 309 digits before the point
-  auto res = std::to_chars(buf, buf + sizeof buf, d, std::chars_format::fixed, 4);
+  char buf[400];  // the largest double has 309 digits before the point, at most 15 after it
+  auto res = std::to_chars(buf, buf + sizeof buf, d, std::chars_format::fixed,
+                           std::clamp(precision, 0, 15));
   if (res.ec != std::errc()) return "NAN";
   return std::string(buf, res.ptr);
 }
@@ -300,20 +303,20 @@ bool roundToInt32(double d, int32_t& out) {
   return true;
 }
 
-std::string literalText(const Value& v, size_t maxBytes) {
-  TextBuilder b(maxBytes);
+std::string literalText(const Value& v, size_t maxBytes, int precision) {
+  TextBuilder b(maxBytes, precision);
   b.literal(v, 0);
   return b.take();
 }
 
-std::string plainText(const Value& v, size_t maxBytes) {
+std::string plainText(const Value& v, size_t maxBytes, int precision) {
   if (v.isVoid()) return {};
   if (v.isString()) {
     if (v.string().size() > maxBytes) throw ScriptError("Text too long");
     return v.string();
   }
   if (v.isSymbol()) return v.sym().name;
-  return literalText(v, maxBytes);
+  return literalText(v, maxBytes, precision);
 }
 
 bool lingoEquals(const Value& a, const Value& b, size_t& budget) {

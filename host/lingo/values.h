@@ -32,8 +32,9 @@ int compareNoCase(std::string_view a, std::string_view b);
 size_t findNoCase(std::string_view hay, std::string_view needle);
 
 // ---- Numbers ------------------------------------------------------------------------------------
-// Lingo's float display: four decimals ("3.1416"), "INF", "-INF", "NAN"; independent of locale.
-std::string formatFloat(double d);
+// Lingo's float display: `precision` decimals (the floatPrecision, 0 to 15; "3.1416" with the
+// default 4), "INF", "-INF", "NAN"; independent of locale.
+std::string formatFloat(double d, int precision = 4);
 // Reads a whole text (blanks around it allowed) as a Lingo number: an integer when it is digits
 // that fit 32 bits, a float otherwise. False when the text is not a number.
 bool parseNumber(std::string_view text, Value& out);
@@ -43,8 +44,8 @@ bool roundToInt32(double d, int32_t& out);
 // ---- Text forms ---------------------------------------------------------------------------------
 // Both throw ScriptError when the text would grow beyond `maxBytes`; lists nested deeper than a
 // fixed depth (a list that holds itself) print as "...".
-std::string literalText(const Value& v, size_t maxBytes);
-std::string plainText(const Value& v, size_t maxBytes);
+std::string literalText(const Value& v, size_t maxBytes, int precision = 4);
+std::string plainText(const Value& v, size_t maxBytes, int precision = 4);
 
 // ---- Comparison ---------------------------------------------------------------------------------
 // Lingo's "=": numbers by value, strings and symbols ignoring case, a number and a numeric string

@@ -432,6 +432,10 @@ TEST(LingoProperties, DatesTimesAndSessionState) {
   EXPECT_EQ(runIn(in, "set the itemDelimiter to \";;\"\nput the itemDelimiter\n"), "-- \";\"\n");
   EXPECT_EQ(runIn(in, "put item 2 of \"a;b,c\"\nthe itemDelimiter = EMPTY\nput item 2 of \"a;b,c\"\n"),
             "-- \"b,c\"\n-- \"c\"\n");
+  // The floatPrecision sets the decimals of put and string(), within 0 to 15.
+  EXPECT_EQ(runIn(in, "set the floatPrecision to 2\nput pi, string(1.0) & \"\", [0.126]\n"
+                      "the floatPrecision = 99\nput the floatPrecision\nthe floatPrecision = 4\n"),
+            "-- 3.14 \"1.00\" [0.13]\n-- 15\n");
   // The result holds what the last command returned.
   EXPECT_EQ(runIn(in, "on seven\n  return 7\nend\nseven\nx = 1\nput the result\n"), "-- 7\n");
   EXPECT_EQ(runIn(in, "the date = 1\n"), "error: 1: Can't set the date\n");

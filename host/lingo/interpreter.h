@@ -10,6 +10,10 @@
 //
 // Functions that are neither script handlers nor built-ins come from an Externals object (the
 // runner's is the MOA host's table of global Xtra methods).
+//
+// The class is defined over several files: interpreter.cpp (entry points, lists' lifetime),
+// statements.cpp, expressions.cpp, chunk_eval.cpp (chunk expressions), properties.cpp ("the"
+// properties), objects.cpp (parent scripts) and builtins.cpp.
 #pragma once
 
 #include <chrono>

@@ -33,6 +33,8 @@ struct PropList {
   // Set for an instance of a parent script (the message window's objects): the script's name;
   // the items are its properties.
   std::string scriptName;
+  // Set for a date value (#year, #month, #day), which counts in days.
+  bool date = false;
 };
 using ListPtr = std::shared_ptr<List>;
 using PropListPtr = std::shared_ptr<PropList>;

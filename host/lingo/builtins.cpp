@@ -425,6 +425,20 @@ struct Builtins {
     return boolean(a[0].isList() || a[0].isPropList());
   }
 
+  // date(2026, 11, 23) or date(20261123).
+  static Value date(Interpreter& in, Value* a, size_t n) {
+    Value d;
+    if (n == 3) {
+      d = makeDate(in.toInt(a[0], "date"), in.toInt(a[1], "date"), in.toInt(a[2], "date"));
+    } else {
+      int32_t v = in.toInt(a[0], "date");
+      d = makeDate(v / 10000, v / 100 % 100, v % 100);
+    }
+    d = makeDate(daysOf(d));  // months and days out of range carry over
+    in.trackResult(d);
+    return d;
+  }
+
   static Value newObject(Interpreter& in, Value* a, size_t n) {
     return in.newObject(std::vector<Value>(a, a + n));  // copied: the new handler runs
   }
@@ -513,7 +527,7 @@ struct Builtins {
         {"integerp", 1, 1, integerP},   {"floatp", 1, 1, floatP},
         {"symbolp", 1, 1, symbolP},     {"objectp", 1, 1, objectP},
         {"starttimer", 0, 0, startTimer}, {"abs", 1, 1, abs},
-        {"new", 1, -1, newObject},
+        {"new", 1, -1, newObject},    {"date", 1, 3, date},
         {"min", 0, -1, min},            {"max", 0, -1, max},
         {"sqrt", 1, 1, sqrt},           {"power", 2, 2, power},
         {"random", 1, 1, random},       {"interface", 1, 1, interface},

@@ -295,6 +295,25 @@ Value Interpreter::binaryOp(Op op, const Value& a, const Value& b) {
 }
 
 Value Interpreter::arith(Op op, const Value& a, const Value& b) {
+  if (isDate(a) || isDate(b)) {
+    // A date plus or minus days is a date; a date minus a date is the days between them.
+    auto isList = [](const Value& v) { return v.isList() || (v.isPropList() && !isDate(v)); };
+    Value r;
+    if (op == Op::Sub && isDate(a) && isDate(b)) {
+      int64_t d = daysOf(a) - daysOf(b);
+      return Value(static_cast<int32_t>(std::clamp<int64_t>(d, INT32_MIN, INT32_MAX)));
+    }
+    if ((op == Op::Add || op == Op::Sub) && isDate(a) && !isList(b) && !isDate(b)) {
+      int64_t n = toInt(b, "date arithmetic");
+      r = makeDate(daysOf(a) + (op == Op::Add ? n : -n));
+    } else if (op == Op::Add && isDate(b) && !isList(a)) {
+      r = makeDate(daysOf(b) + toInt(a, "date arithmetic"));
+    } else {
+      fail("Only days can be added to or taken from a date");
+    }
+    trackResult(r);
+    return r;
+  }
   bool la = a.isList() || a.isPropList();
   bool lb = b.isList() || b.isPropList();
   if (la || lb) {

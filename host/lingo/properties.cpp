@@ -82,9 +82,9 @@ Value Interpreter::theProperty(const Expr& e) {
     std::tm local{};
     localtime_r(&t, &local);
     if (n == "systemdate") {
-      return newPropList({{Value::symbol("year"), Value(int32_t{local.tm_year + 1900})},
-                          {Value::symbol("month"), Value(int32_t{local.tm_mon + 1})},
-                          {Value::symbol("day"), Value(int32_t{local.tm_mday})}});
+      Value date = makeDate(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+      trackResult(date);
+      return date;
     }
     if (n == "date" || n == "short date") return Value(dateText(local, 's'));
     if (n == "abbr date" || n == "abbrev date" || n == "abbreviated date")

@@ -69,6 +69,15 @@ class TextBuilder {
       }
       case 6: {
         const PropList& p = *v.propListPtr();
+        if (p.date) {
+          int64_t days = daysOf(v);
+          Value norm = makeDate(days);
+          const auto& items = norm.propListPtr()->items;
+          add("date( " + std::to_string(items[0].second.integer()) + ", " +
+              std::to_string(items[1].second.integer()) + ", " +
+              std::to_string(items[2].second.integer()) + " )");
+          break;
+        }
         if (!p.scriptName.empty()) {
           add("<offspring \"");
           add(p.scriptName);
@@ -374,6 +383,10 @@ int lingoCompare(const Value& a, const Value& b) {
   const std::string* tx = textOf(x);
   const std::string* ty = textOf(y);
   if (tx && ty) return sign(compareNoCase(*tx, *ty));
+  if (isDate(x) && isDate(y)) {
+    int64_t dx = daysOf(x), dy = daysOf(y);
+    return dx < dy ? -1 : dx > dy ? 1 : 0;
+  }
   throw ScriptError(std::string("Can't compare ") + ilkName(a) + " with " + ilkName(b));
 }
 
@@ -414,7 +427,9 @@ const char* ilkName(const Value& v) {
     case 3: return "string";
     case 4: return "symbol";
     case 5: return "list";
-    default: return v.propListPtr()->scriptName.empty() ? "propList" : "instance";
+    default:
+      if (v.propListPtr()->date) return "date";
+      return v.propListPtr()->scriptName.empty() ? "propList" : "instance";
   }
 }
 
@@ -424,6 +439,68 @@ std::string describeValue(const Value& v) {
   } catch (const ScriptError&) {
     return std::string("a ") + ilkName(v);
   }
+}
+
+// ---- Dates ----------------------------------------------------------------------------------
+// Days from and to the proleptic Gregorian calendar (H. Hinnant's civil-day algorithms).
+
+namespace {
+
+int64_t daysFromCivil(int64_t y, int64_t m, int64_t d) {
+  y -= m <= 2;
+  int64_t era = (y >= 0 ? y : y - 399) / 400;
+  int64_t yoe = y - era * 400;
+  int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + doe - 719468;
+}
+
+int64_t intProp(const PropList& p, const char* name) {
+  for (const auto& kv : p.items) {
+    if (kv.first.isSymbol() && equalNoCase(kv.first.sym().name, name)) {
+      if (kv.second.isInteger()) return kv.second.integer();
+      if (kv.second.isFloat() && std::isfinite(kv.second.real()))
+        return static_cast<int64_t>(std::clamp(kv.second.real(), -1e7, 1e7));
+    }
+  }
+  return 1;
+}
+
+}  // namespace
+
+bool isDate(const Value& v) { return v.isPropList() && v.propListPtr()->date; }
+
+int64_t daysOf(const Value& date) {
+  const PropList& p = *date.propListPtr();
+  // Months beyond 1-12 carry into years, days beyond the month into the next ones.
+  int64_t y = std::clamp<int64_t>(intProp(p, "year"), -1000000, 1000000);
+  int64_t m = std::clamp<int64_t>(intProp(p, "month"), -12000000, 12000000) - 1;
+  int64_t d = std::clamp<int64_t>(intProp(p, "day"), -400000000, 400000000);
+  y += m >= 0 ? m / 12 : (m - 11) / 12;
+  m = ((m % 12) + 12) % 12 + 1;
+  return daysFromCivil(y, m, 1) + d - 1;
+}
+
+Value makeDate(int64_t days) {
+  days = std::clamp<int64_t>(days, -365000000, 365000000);
+  int64_t z = days + 719468;
+  int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  int64_t doe = z - era * 146097;
+  int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  int64_t mp = (5 * doy + 2) / 153;
+  int64_t d = doy - (153 * mp + 2) / 5 + 1;
+  int64_t m = mp < 10 ? mp + 3 : mp - 9;
+  int64_t y = yoe + era * 400 + (m <= 2);
+  return makeDate(static_cast<int32_t>(y), static_cast<int32_t>(m), static_cast<int32_t>(d));
+}
+
+Value makeDate(int32_t year, int32_t month, int32_t day) {
+  Value v = Value::propList({{Value::symbol("year"), Value(year)},
+                             {Value::symbol("month"), Value(month)},
+                             {Value::symbol("day"), Value(day)}});
+  v.propListPtr()->date = true;
+  return v;
 }
 
 }  // namespace tessel::lingo

@@ -64,6 +64,14 @@ bool samePropName(const Value& a, const Value& b);
 // kind ("a #list") when longer.
 std::string describeValue(const Value& v);
 
+// ---- Dates ----------------------------------------------------------------------------------
+// A date value is a property list [#year:, #month:, #day:] marked as a date: it prints as
+// date( 2026, 11, 23 ), orders and subtracts by days, and adds whole days.
+bool isDate(const Value& v);
+Value makeDate(int64_t days);  // days since 1 January 1970
+Value makeDate(int32_t year, int32_t month, int32_t day);
+int64_t daysOf(const Value& date);
+
 // #integer, #float, #string, #symbol, #list, #propList or #void.
 const char* ilkName(const Value& v);
 

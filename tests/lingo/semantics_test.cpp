@@ -421,7 +421,15 @@ TEST(LingoProperties, DatesTimesAndSessionState) {
                       "put the time, the long time, the systemDate\n"),
             "-- \"11/14/2023\" \"11/14/2023\" \"Tue, Nov 14, 2023\"\n"
             "-- \"Tuesday, November 14, 2023\"\n"
-            "-- \"10:13 PM\" \"10:13:20 PM\" [#year: 2023, #month: 11, #day: 14]\n");
+            "-- \"10:13 PM\" \"10:13:20 PM\" date( 2023, 11, 14 )\n");
+  // Dates count in days: across month, year and leap-day boundaries, and between two dates.
+  EXPECT_EQ(runIn(in, "d = the systemDate + 47\nput d, d.year, ilk(d), d - the systemDate\n"
+                      "put date(2024, 2, 28) + 1, date(20240301) - 1, date(2024, 13, 1)\n"
+                      "put date(2024, 3, 1) > date(2024, 2, 29), date(2024, 3, 1) = date(20240301)\n"
+                      "put d + [1]\n"),
+            "-- date( 2023, 12, 31 ) 2023 #date 47\n"
+            "-- date( 2024, 2, 29 ) date( 2024, 2, 29 ) date( 2025, 1, 1 )\n-- 1 1\n"
+            "error: 5: Only days can be added to or taken from a date\n");
   if (oldTz) {
     setenv("TZ", saved.c_str(), 1);
   } else {

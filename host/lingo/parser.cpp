@@ -1,3 +1,5 @@
+// Parses Lingo source into the trees of ast.h: scripts, handlers (and their names' scopes) and
+// statements. Expressions are read in parser_expressions.cpp.
 #include <algorithm>
 #include <unordered_map>
 #include <utility>

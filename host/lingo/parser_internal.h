@@ -247,7 +247,6 @@ class Parser {
   void checkTarget(const Expr& written) const {
     const Expr& e = chunkBase(written);
     if (e.kind == ExprKind::Name || e.kind == ExprKind::Global || e.kind == ExprKind::Index ||
-        e.kind == ExprKind::Property ||
         e.kind == ExprKind::Dot || (e.kind == ExprKind::The && &e == &written))
       return;
     throw ParseError{e.line, "Can't assign to this expression", false};
@@ -270,6 +269,7 @@ class Parser {
   // "value, value:" at the start of a line of a case statement.
   std::optional<std::vector<ExprPtr>> caseLabels();
   StmtPtr caseStatement();
+  StmtPtr deleteStatement();  // "delete word 2 of s"
 
   // ---- Expressions ----------------------------------------------------------------------------
   ExprPtr expr();
@@ -289,7 +289,6 @@ class Parser {
   ExprPtr chunkCount(int line);
   ExprPtr dotChunk(ExprPtr base, ChunkType type, int line);
   ExprPtr theExpression();
-  StmtPtr deleteStatement();
 
   std::vector<Token> toks_;
   size_t pos_ = 0;

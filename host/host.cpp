@@ -154,8 +154,19 @@ struct Host::Impl {
     call.nargs = static_cast<MoaLong>(supplied);
     call.pArgs = argv.data();
     ++callDepth;
+    store.clearRefused();
     MoaError err = intoXtra([&] { return x.script->Call(&call); });
     --callDepth;
+    refusedArgument.reset();
+    if (auto r = store.refused(); r && err != 0) {
+      // The first argument holding the value a conversion refused is the one that was wrong.
+      for (size_t i = leadingVoids; i < owned.size(); ++i) {
+        if (owned[i].ty == r->ty && owned[i].it == r->it) {
+          refusedArgument = i - leadingVoids;
+          break;
+        }
+      }
+    }
 
     MoaMmValue answer = call.resultValue;
     Value converted;
@@ -169,6 +180,9 @@ struct Host::Impl {
     for (MoaMmValue v : owned) store.release(&v);
     return err;
   }
+
+  // Of the last call that failed: the caller's argument (from 0) whose value a conversion refused.
+  std::optional<size_t> refusedArgument;
 
   bool registerModule(LoadedModule& lm) {
     Module& mod = *lm.module;
@@ -403,6 +417,8 @@ MoaError Host::callMethod(const MethodInfo& method, const std::vector<Value>& ar
     return kMoaErr_OutOfMem;
   }
 }
+
+std::optional<size_t> Host::refusedArgument() const { return impl_->refusedArgument; }
 
 MoaError Host::callMethod(const std::string& name, const std::vector<Value>& args, Value& result) {
   result = Value();

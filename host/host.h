@@ -114,6 +114,9 @@ class Host {
                            Value& result);
   moa::MoaError callMethod(const std::string& name, const std::vector<Value>& args,
                            Value& result);
+  // After a call that failed because the Xtra could not convert one of its arguments ("string
+  // expected"...): which of the caller's arguments it was (from 0). Unset otherwise.
+  std::optional<size_t> refusedArgument() const;
   // Calls by raw selector (no lookup); for tests of a module's dispatcher.
   moa::MoaError callSelector(const std::string& xtraName, int32_t selector,
                              const std::vector<Value>& args, Value& result);

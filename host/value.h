@@ -25,9 +25,16 @@ struct Symbol {
 class Value;
 struct List {
   std::vector<Value> items;
+  bool sorted = false;  // after sort(): add() keeps the order
 };
 struct PropList {
   std::vector<std::pair<Value, Value>> items;  // property, value
+  bool sorted = false;  // after sort(): addProp() keeps the order of the properties
+  // Set for an instance of a parent script (the message window's objects): the script's name;
+  // the items are its properties.
+  std::string scriptName;
+  // Set for a date value (#year, #month, #day), which counts in days.
+  bool date = false;
 };
 using ListPtr = std::shared_ptr<List>;
 using PropListPtr = std::shared_ptr<PropList>;

@@ -193,7 +193,7 @@ MoaError ValueStore::toInteger(const MoaMmValue* v, MoaLong* out) const {
   if (out == nullptr) return kMoaErr_BadParam;
   Ref r = decode(v);
   if (r.kind == Kind::Invalid) return kMoaErr_BadParam;
-  if (r.kind != Kind::Integer) return kMoaMmErr_IntegerExpected;
+  if (r.kind != Kind::Integer) return refuse(v, kMoaMmErr_IntegerExpected);
   *out = v->it;
   return kMoaErr_NoErr;
 }
@@ -202,7 +202,7 @@ MoaError ValueStore::toSymbol(const MoaMmValue* v, MoaMmSymbol* out) const {
   if (out == nullptr) return kMoaErr_BadParam;
   Ref r = decode(v);
   if (r.kind == Kind::Invalid) return kMoaErr_BadParam;
-  if (r.kind != Kind::Symbol) return kMoaMmErr_SymbolExpected;
+  if (r.kind != Kind::Symbol) return refuse(v, kMoaMmErr_SymbolExpected);
   *out = v->it;
   return kMoaErr_NoErr;
 }
@@ -215,7 +215,7 @@ MoaError ValueStore::toFloat(const MoaMmValue* v, MoaDouble* out) const {
     *out = v->it;
     return kMoaErr_NoErr;
   }
-  if (r.kind != Kind::Heap || r.slot->type != kMoaMmValueType_Float) return kMoaMmErr_FloatExpected;
+  if (r.kind != Kind::Heap || r.slot->type != kMoaMmValueType_Float) return refuse(v, kMoaMmErr_FloatExpected);
   *out = r.slot->number;
   return kMoaErr_NoErr;
 }
@@ -225,7 +225,7 @@ MoaError ValueStore::stringLength(const MoaMmValue* v, MoaLong* len) const {
   Ref r = decode(v);
   if (r.kind == Kind::Invalid) return kMoaErr_BadParam;
   if (r.kind != Kind::Heap || r.slot->type != kMoaMmValueType_String) {
-    return kMoaMmErr_StringExpected;
+    return refuse(v, kMoaMmErr_StringExpected);
   }
   *len = static_cast<MoaLong>(r.slot->text.size());
   return kMoaErr_NoErr;
@@ -236,7 +236,7 @@ MoaError ValueStore::toString(const MoaMmValue* v, char* buf, MoaLong bufLen) co
   Ref r = decode(v);
   if (r.kind == Kind::Invalid) return kMoaErr_BadParam;
   if (r.kind != Kind::Heap || r.slot->type != kMoaMmValueType_String) {
-    return kMoaMmErr_StringExpected;
+    return refuse(v, kMoaMmErr_StringExpected);
   }
   copyCut(r.slot->text.data(), r.slot->text.size(), buf, bufLen);
   return kMoaErr_NoErr;
@@ -247,7 +247,7 @@ MoaError ValueStore::toStringPtr(const MoaMmValue* v, const char** text) {
   Ref r = decode(v);
   if (r.kind == Kind::Invalid) return kMoaErr_BadParam;
   if (r.kind != Kind::Heap || r.slot->type != kMoaMmValueType_String) {
-    return kMoaMmErr_StringExpected;
+    return refuse(v, kMoaMmErr_StringExpected);
   }
   ++r.slot->borrows;
   ++borrows_;

@@ -108,6 +108,11 @@ class ValueStore {
   // ValueToStringPtr borrows not yet ended.
   size_t outstandingBorrows() const { return borrows_; }
 
+  // The value a conversion (ValueToInteger, ValueToString...) last refused with "... expected",
+  // so that the host can say which argument of a call was wrong. Cleared before each call.
+  void clearRefused() { refused_.reset(); }
+  std::optional<moa::MoaMmValue> refused() const { return refused_; }
+
  private:
   struct Slot {
     uint32_t generation = 1;
@@ -138,6 +143,11 @@ class ValueStore {
   std::vector<uint32_t> free_;
   size_t live_ = 0;
   size_t borrows_ = 0;
+  mutable std::optional<moa::MoaMmValue> refused_;
+  moa::MoaError refuse(const moa::MoaMmValue* v, moa::MoaError err) const {
+    if (!refused_) refused_ = *v;
+    return err;
+  }
 
   std::vector<std::string> symbolNames_;                   // number n is at n - 1
   std::unordered_map<std::string, moa::MoaMmSymbol> symbols_;  // key: lower-case name

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "host/lingo/chunks.h"
 #include "host/value.h"
 
 namespace tessel::lingo {
@@ -53,6 +54,10 @@ enum class ExprKind : uint8_t {
   Dot,       // kids[0].name
   The,       // the name
   XtraRef,   // xtra kids[0]; only meaningful as the argument of interface()
+  Property,  // a property of the parent script's instance (the handler's first argument)
+  ScriptRef,  // script kids[0]; only meaningful as the first argument of new()
+  Chunk,     // chunk kids[1] (to kids[2]) of kids[0]; `last`: the last chunk, no kids[1]
+  ChunkCount,  // the number of chunks in kids[0]
 };
 
 // What a call site resolved to, kept until the set of handlers changes.
@@ -72,6 +77,9 @@ struct Expr {
   // Global: a top-level name, which calls the handler of that name while no global of that
   // name exists (as the message window does).
   bool callIfUnset = false;
+  // Chunk, ChunkCount: which chunks; Chunk: "the last word of" rather than a position.
+  ChunkType chunk = ChunkType::Char;
+  bool last = false;
   host::Value value;
   std::string name;      // lower-case
   std::string spelling;  // as written
@@ -95,6 +103,7 @@ enum class StmtKind : uint8_t {
   Exit,
   Case,    // exprs[0] subject; labels[i] select blocks[i]; otherwise is one more block
   Global,  // names
+  Delete,  // delete target (a chunk)
 };
 
 struct Stmt;
@@ -115,6 +124,7 @@ struct Stmt {
 struct Handler {
   std::string name;      // lower-case
   std::string spelling;  // as written
+  std::string source;    // the script it came from ("kiosk.ls", "-e 2"), for error messages
   int line = 0;
   int params = 0;
   int locals = 0;  // parameters included
@@ -123,6 +133,8 @@ struct Handler {
 };
 
 struct Program {
+  std::string source;  // file name or "-e N"; empty in the interactive window
+  std::vector<std::string> properties;  // "property" lines: a parent script's, as written
   std::vector<std::unique_ptr<Handler>> handlers;
   Block statements;  // top-level code, run in order
 };

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "host/lingo/builtins.h"
+#include "host/lingo/chunks.h"
 #include "host/lingo/values.h"
 
 namespace tessel::lingo {
@@ -80,22 +81,31 @@ struct Builtins {
     return Value();
   }
 
+  // append always adds at the end (a sorted list is then no longer sorted); add keeps a sorted
+  // list's order.
   static Value append(Interpreter& in, Value* a, size_t) {
-    auto& l = list(in, "append", a[0]).items;
-    in.checkItems(l.size() + 1);
-    l.push_back(a[1]);
+    auto& ls = list(in, "append", a[0]);
+    in.checkItems(ls.items.size() + 1);
+    ls.items.push_back(a[1]);
+    ls.sorted = false;
     return Value();
   }
 
   static Value add(Interpreter& in, Value* a, size_t) {
-    auto& l = list(in, "add", a[0]).items;
-    in.checkItems(l.size() + 1);
-    l.push_back(a[1]);
+    auto& ls = list(in, "add", a[0]);
+    in.checkItems(ls.items.size() + 1);
+    if (ls.sorted) {
+      ls.items.insert(std::upper_bound(ls.items.begin(), ls.items.end(), a[1], sortsBefore), a[1]);
+    } else {
+      ls.items.push_back(a[1]);
+    }
     return Value();
   }
 
   static Value addAt(Interpreter& in, Value* a, size_t) {
-    auto& l = list(in, "addAt", a[0]).items;
+    auto& ls = list(in, "addAt", a[0]);
+    ls.sorted = false;
+    auto& l = ls.items;
     int32_t i = in.toInt(a[1], "addAt");
     if (i < 1) in.fail("addAt: index out of range: " + std::to_string(i));
     auto n = static_cast<size_t>(i);
@@ -106,9 +116,15 @@ struct Builtins {
   }
 
   static Value addProp(Interpreter& in, Value* a, size_t) {
-    auto& p = propList(in, "addProp", a[0]).items;
+    auto& pl = propList(in, "addProp", a[0]);
+    auto& p = pl.items;
     in.checkItems(p.size() + 1);
-    p.emplace_back(a[1], a[2]);
+    auto at = p.end();
+    if (pl.sorted) {
+      at = std::upper_bound(p.begin(), p.end(), a[1],
+                            [](const Value& prop, const auto& kv) { return sortsBefore(prop, kv.first); });
+    }
+    p.emplace(at, a[1], a[2]);
     return Value();
   }
 
@@ -267,7 +283,9 @@ struct Builtins {
       std::vector<Value> out;
       out.reserve(src.size());
       for (const Value& item : src) out.push_back(copyDeep(in, item, budget));
-      return in.newList(std::move(out));
+      Value copy = in.newList(std::move(out));
+      copy.listPtr()->sorted = v.listPtr()->sorted;
+      return copy;
     }
     const auto& src = v.propListPtr()->items;
     if (src.size() > budget) in.fail("duplicate: list too large");
@@ -275,7 +293,9 @@ struct Builtins {
     std::vector<std::pair<Value, Value>> out;
     out.reserve(src.size());
     for (const auto& kv : src) out.emplace_back(kv.first, copyDeep(in, kv.second, budget));
-    return in.newPropList(std::move(out));
+    Value copy = in.newPropList(std::move(out));
+    copy.propListPtr()->sorted = v.propListPtr()->sorted;
+    return copy;
   }
 
   static Value duplicate(Interpreter& in, Value* a, size_t) {
@@ -288,10 +308,12 @@ struct Builtins {
       auto& p = a[0].propListPtr()->items;
       std::stable_sort(p.begin(), p.end(),
                        [](const auto& x, const auto& y) { return sortsBefore(x.first, y.first); });
+      a[0].propListPtr()->sorted = true;
       return Value();
     }
-    auto& l = list(in, "sort", a[0]).items;
-    std::stable_sort(l.begin(), l.end(), sortsBefore);
+    auto& ls = list(in, "sort", a[0]);
+    std::stable_sort(ls.items.begin(), ls.items.end(), sortsBefore);
+    ls.sorted = true;
     return Value();
   }
 
@@ -306,18 +328,20 @@ struct Builtins {
     return in.textOf(v);
   }
 
+  // Strings count characters, not bytes.
   static Value length(Interpreter& in, Value* a, size_t) {
-    return Value(static_cast<int32_t>(stringArg(in, "length", a[0]).size()));
+    if (a[0].isString()) return Value(static_cast<int32_t>(countChars(a[0].string())));
+    return Value(static_cast<int32_t>(countChars(stringArg(in, "length", a[0]))));
   }
 
   static Value chars(Interpreter& in, Value* a, size_t) {
     std::string s = stringArg(in, "chars", a[0]);
-    int64_t from = in.toInt(a[1], "chars");
+    int64_t from = std::max<int64_t>(in.toInt(a[1], "chars"), 1);
     int64_t to = in.toInt(a[2], "chars");
-    from = std::max<int64_t>(from, 1);
-    to = std::min<int64_t>(to, static_cast<int64_t>(s.size()));
     if (from > to) return Value("");
-    return Value(s.substr(static_cast<size_t>(from - 1), static_cast<size_t>(to - from + 1)));
+    Span span = findChunk(s, ChunkType::Char, from, to, ",");
+    if (!span.found) return Value("");
+    return Value(s.substr(span.begin, span.end - span.begin));
   }
 
   static Value offset(Interpreter& in, Value* a, size_t) {
@@ -325,48 +349,26 @@ struct Builtins {
     std::string hay = stringArg(in, "offset", a[1]);
     if (needle.empty()) return Value(int32_t{0});
     size_t at = findNoCase(hay, needle);
-    return Value(at == std::string_view::npos ? int32_t{0} : static_cast<int32_t>(at + 1));
+    if (at == std::string_view::npos) return Value(int32_t{0});
+    return Value(static_cast<int32_t>(countChars(std::string_view(hay).substr(0, at)) + 1));
   }
 
   static Value string(Interpreter& in, Value* a, size_t) { return Value(in.textOf(a[0])); }
 
   static Value numToChar(Interpreter& in, Value* a, size_t) {
     int32_t c = in.toInt(a[0], "numToChar");
+    // Strings hold UTF-8: a code above 127 becomes its UTF-8 bytes; surrogates are no character.
+    if (c <= 0 || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return Value("");
     std::string s;
-    // Strings hold UTF-8: codes above 127 become their UTF-8 bytes.
-    if (c <= 0 || c > 0x10FFFF) return Value("");
-    auto u = static_cast<uint32_t>(c);
-    if (u < 0x80) {
-      s += static_cast<char>(u);
-    } else if (u < 0x800) {
-      s += static_cast<char>(0xC0 | (u >> 6));
-      s += static_cast<char>(0x80 | (u & 0x3F));
-    } else if (u < 0x10000) {
-      s += static_cast<char>(0xE0 | (u >> 12));
-      s += static_cast<char>(0x80 | ((u >> 6) & 0x3F));
-      s += static_cast<char>(0x80 | (u & 0x3F));
-    } else {
-      s += static_cast<char>(0xF0 | (u >> 18));
-      s += static_cast<char>(0x80 | ((u >> 12) & 0x3F));
-      s += static_cast<char>(0x80 | ((u >> 6) & 0x3F));
-      s += static_cast<char>(0x80 | (u & 0x3F));
-    }
+    appendUtf8(s, static_cast<uint32_t>(c));
     return Value(std::move(s));
   }
 
   static Value charToNum(Interpreter& in, Value* a, size_t) {
     std::string s = stringArg(in, "charToNum", a[0]);
     if (s.empty()) return Value(int32_t{0});
-    auto b0 = static_cast<unsigned char>(s[0]);
-    int len = b0 < 0x80 ? 1 : (b0 >> 5) == 6 ? 2 : (b0 >> 4) == 14 ? 3 : (b0 >> 3) == 30 ? 4 : 0;
-    if (len <= 1 || static_cast<size_t>(len) > s.size()) return Value(static_cast<int32_t>(b0));
-    uint32_t cp = b0 & (0x7F >> len);
-    for (int i = 1; i < len; ++i) {
-      auto b = static_cast<unsigned char>(s[static_cast<size_t>(i)]);
-      if ((b & 0xC0) != 0x80) return Value(static_cast<int32_t>(b0));
-      cp = (cp << 6) | (b & 0x3F);
-    }
-    return Value(static_cast<int32_t>(cp));
+    // The first character's code; a byte that is not UTF-8 gives its own value.
+    return Value(static_cast<int32_t>(decodeChar(s, 0, nullptr)));
   }
 
   // ---- Conversions and tests ------------------------------------------------------------------
@@ -418,6 +420,33 @@ struct Builtins {
   static Value integerP(Interpreter&, Value* a, size_t) { return boolean(a[0].isInteger()); }
   static Value floatP(Interpreter&, Value* a, size_t) { return boolean(a[0].isFloat()); }
   static Value symbolP(Interpreter&, Value* a, size_t) { return boolean(a[0].isSymbol()); }
+  // Lists and parent scripts' instances (property lists too) are the objects a script makes.
+  static Value objectP(Interpreter&, Value* a, size_t) {
+    return boolean(a[0].isList() || a[0].isPropList());
+  }
+
+  // date(2026, 11, 23) or date(20261123).
+  static Value date(Interpreter& in, Value* a, size_t n) {
+    Value d;
+    if (n == 3) {
+      d = makeDate(in.toInt(a[0], "date"), in.toInt(a[1], "date"), in.toInt(a[2], "date"));
+    } else {
+      int32_t v = in.toInt(a[0], "date");
+      d = makeDate(v / 10000, v / 100 % 100, v % 100);
+    }
+    d = makeDate(daysOf(d));  // months and days out of range carry over
+    in.trackResult(d);
+    return d;
+  }
+
+  static Value newObject(Interpreter& in, Value* a, size_t n) {
+    return in.newObject(std::vector<Value>(a, a + n));  // copied: the new handler runs
+  }
+
+  static Value startTimer(Interpreter& in, Value*, size_t) {
+    in.timerStart_ = std::chrono::steady_clock::now();
+    return Value();
+  }
 
   // ---- Numbers --------------------------------------------------------------------------------
 
@@ -496,7 +525,9 @@ struct Builtins {
         {"ilk", 1, 2, ilk},             {"voidp", 1, 1, voidP},
         {"listp", 1, 1, listP},         {"stringp", 1, 1, stringP},
         {"integerp", 1, 1, integerP},   {"floatp", 1, 1, floatP},
-        {"symbolp", 1, 1, symbolP},     {"abs", 1, 1, abs},
+        {"symbolp", 1, 1, symbolP},     {"objectp", 1, 1, objectP},
+        {"starttimer", 0, 0, startTimer}, {"abs", 1, 1, abs},
+        {"new", 1, -1, newObject},    {"date", 1, 3, date},
         {"min", 0, -1, min},            {"max", 0, -1, max},
         {"sqrt", 1, 1, sqrt},           {"power", 2, 2, power},
         {"random", 1, 1, random},       {"interface", 1, 1, interface},

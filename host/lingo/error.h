@@ -19,10 +19,23 @@ class ScriptError : public std::exception {
   const std::string& message() const { return message_; }
   int line() const { return line_; }
   void setLine(int line) { line_ = line; }
+  // Where it happened, filled in once by the interpreter: the script ("kiosk.ls", "-e 2") and
+  // the handler (empty at top level).
+  bool located() const { return located_; }
+  const std::string& source() const { return source_; }
+  const std::string& handler() const { return handler_; }
+  void locate(std::string source, std::string handler) {
+    source_ = std::move(source);
+    handler_ = std::move(handler);
+    located_ = true;
+  }
 
  private:
   std::string message_;
   int line_;
+  bool located_ = false;
+  std::string source_;
+  std::string handler_;
 };
 
 }  // namespace tessel::lingo

@@ -10,8 +10,13 @@
 //
 // Functions that are neither script handlers nor built-ins come from an Externals object (the
 // runner's is the MOA host's table of global Xtra methods).
+//
+// The class is defined over several files: interpreter.cpp (entry points, lists' lifetime),
+// statements.cpp, expressions.cpp, chunk_eval.cpp (chunk expressions), properties.cpp ("the"
+// properties), objects.cpp (parent scripts) and builtins.cpp.
 #pragma once
 
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <functional>
@@ -47,10 +52,18 @@ class Externals {
 
 // What "the ..." properties answer.
 struct Environment {
+  // The wall clock "the date", "the time" and "the systemDate" read (local time).
+  std::function<std::chrono::system_clock::time_point()> clock = [] {
+    return std::chrono::system_clock::now();
+  };
   std::string moviePath;        // with a trailing "/"
   std::string applicationPath;  // with a trailing "/"
   std::string platform = "Linux,X11";
   std::string runMode = "Projector";
+  std::string osVersion;  // "the environment"'s #osVersion, e.g. "Linux 6.1.0"
+  // The text of the parent script `name` (what new(script "name") makes objects of), or nullopt
+  // when there is none. Unset: scripts have no parent scripts.
+  std::function<std::optional<std::string>(const std::string& name)> readScript;
 };
 
 struct Limits {
@@ -61,13 +74,21 @@ struct Limits {
   size_t maxStackBytes = 4u << 20;    // machine stack the interpreter may use below its entry
 };
 
-// The result of running, calling or evaluating: a value, or a script error and its line.
+// The result of running, calling or evaluating: a value, or a script error and where it
+// happened.
 struct Outcome {
   bool ok = true;
   Value value;
   int line = 0;
+  std::string source;   // the script's name ("kiosk.ls", "-e 2"); empty when it has none
+  std::string handler;  // the handler it happened in; empty at top level
   std::string message;
-  std::string errorText() const { return std::to_string(line) + ": " + message; }
+  // "kiosk.ls:12 in handler readSettings: Division by zero"; "3: ..." without a name.
+  std::string errorText() const {
+    std::string where = source.empty() ? std::to_string(line) : source + ":" + std::to_string(line);
+    if (!handler.empty()) where += " in handler " + handler;
+    return where + ": " + message;
+  }
 };
 
 class Interpreter;
@@ -106,7 +127,8 @@ class Interpreter : public host::Movie {
 
   // Parses a script, defines its handlers (replacing ones of the same name), then runs its
   // top-level statements in order. Stops at the first error. Nothing runs when it does not parse.
-  Outcome run(std::string_view source, int firstLine = 1);
+  // `name` says where errors happened ("kiosk.ls", "-e 2"); the handlers keep it.
+  Outcome run(std::string_view source, int firstLine = 1, std::string_view name = {});
   // True when `source` fails to parse only because it stops inside an open handler or block.
   static bool needsMoreInput(std::string_view source);
   // Calls a script handler or a built-in by name.
@@ -157,6 +179,18 @@ class Interpreter : public host::Movie {
   Value evalCall(Expr& e);
   Value evalArg(Expr& call, Expr& arg);
   void resolveCall(Expr& e);
+  Value callResolved(Expr& e, size_t base, size_t evaluated);
+
+  // Parent scripts (objects.cpp): loaded on first use, once per session.
+  struct ParentScript {
+    std::string name;  // as first asked for
+    std::unique_ptr<Program> program;
+    std::unordered_map<std::string, const Handler*> handlers;
+  };
+  const ParentScript& parentScript(const std::string& name);
+  Value newObject(std::vector<Value> args);
+  const Handler* methodOf(const Value& object, const std::string& lowerName) const;
+  Value& property(const Expr& e);
   Value invokeHandler(const Handler& h, size_t base, size_t nargs);
   Value invokeBuiltin(const Builtin& b, size_t base, size_t nargs);
   Value readGlobal(Expr& e);
@@ -170,6 +204,28 @@ class Interpreter : public host::Movie {
   void indexSet(const Value& base, const Value& index, Value v);
   Value dotGet(const Value& base, Expr& e);
   Value theProperty(const Expr& e);
+  void setProperty(const Expr& e, const Value& v);
+  Value environmentList();
+  void locate(ScriptError& e) const;
+
+  // Chunk expressions (chunk_eval.cpp). Reads look at the source text where it lies, without
+  // copying it.
+  const Value& evalRef(Expr& e, Value& holder);
+  std::string_view chunkSource(Expr& e, Value& holder, std::string& converted);
+  std::string_view chunkText(Expr& e, Value& holder, std::string& converted);
+  Value evalChunk(Expr& e);
+  Value evalChunkCount(Expr& e);
+  void writeChunk(Expr& target, const Value& v, PutMode mode);
+  void deleteChunk(Expr& target);
+  struct ChunkLevel {
+    ChunkType type;
+    int64_t from;
+    int64_t to;
+    bool last;
+  };
+  ChunkLevel chunkLevel(Expr& e);
+  std::string rewriteChunk(std::string_view text, const std::vector<ChunkLevel>& levels, size_t k,
+                           const std::string* value, PutMode mode);
   Value valueOf(const Value& v);
 
   // Conversions that fail with a script error.
@@ -204,10 +260,21 @@ class Interpreter : public host::Movie {
   std::vector<Value> globals_;
   uint32_t generation_ = 1;
 
+  std::unordered_map<std::string, ParentScript> scripts_;  // by lower-case name
+
+  // Session state that scripts read and set through "the".
+  std::string itemDelimiter_ = ",";
+  Value result_;  // the result: what the last command returned
+  int floatPrecision_ = 4;  // decimals floats show with
+  std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+  std::chrono::steady_clock::time_point timerStart_ = started_;
+
   // Execution state. Handler frames are windows of `stack_` starting at `fp_`.
   std::vector<Value> stack_;
   size_t fp_ = 0;
   int line_ = 0;
+  const Handler* handler_ = nullptr;  // the handler running, null at top level
+  const std::string* source_ = nullptr;  // the script running (its Program's source)
   int depth_ = 0;
   int active_ = 0;  // entries in progress (run, calls, host call-backs)
   uint64_t steps_ = 0;

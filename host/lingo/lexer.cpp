@@ -175,7 +175,14 @@ class Lexer {
       case ']': push(Tok::RBracket, "]"); return;
       case ',': push(Tok::Comma, ","); return;
       case ':': push(Tok::Colon, ":"); return;
-      case '.': push(Tok::Dot, "."); return;
+      case '.':
+        if (n == '.') {  // a range in a dot form: s.char[2..4]
+          ++i_;
+          push(Tok::DotDot, "..");
+          return;
+        }
+        push(Tok::Dot, ".");
+        return;
       case '+': push(Tok::Plus, "+"); return;
       case '-': push(Tok::Minus, "-"); return;
       case '*': push(Tok::Star, "*"); return;
@@ -221,7 +228,7 @@ class Lexer {
     size_t start = i_;
     bool isFloat = false;
     while (i_ < s_.size() && isDigit(s_[i_])) ++i_;
-    if (i_ < s_.size() && s_[i_] == '.' &&
+    if (i_ < s_.size() && s_[i_] == '.' && !(i_ + 1 < s_.size() && s_[i_ + 1] == '.') &&
         !(i_ + 1 < s_.size() && isIdentStart(static_cast<unsigned char>(s_[i_ + 1])) &&
           s_[i_ + 1] != 'e' && s_[i_ + 1] != 'E')) {
       isFloat = true;
@@ -278,6 +285,7 @@ const char* tokenName(Tok t) {
     case Tok::RParen: return "')'";
     case Tok::LBracket: return "'['";
     case Tok::RBracket: return "']'";
+    case Tok::DotDot: return "'..'";
     case Tok::Comma: return "','";
     case Tok::Colon: return "':'";
     case Tok::Dot: return "'.'";

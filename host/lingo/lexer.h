@@ -29,6 +29,7 @@ enum class Tok : uint8_t {
   Comma,
   Colon,
   Dot,
+  DotDot,
   Plus,
   Minus,
   Star,

@@ -1,5 +1,6 @@
 #include "host/lingo/values.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -24,7 +25,7 @@ std::string_view trim(std::string_view s) {
 
 class TextBuilder {
  public:
-  explicit TextBuilder(size_t maxBytes) : max_(maxBytes) {}
+  TextBuilder(size_t maxBytes, int precision) : max_(maxBytes), precision_(precision) {}
 
   void add(std::string_view s) {
     if (out_.size() + s.size() > max_) throw ScriptError("Text too long");
@@ -41,7 +42,7 @@ class TextBuilder {
         add(std::to_string(v.integer()));
         break;
       case 2:
-        add(formatFloat(v.real()));
+        add(formatFloat(v.real(), precision_));
         break;
       case 3:
         add("\"");
@@ -68,6 +69,21 @@ class TextBuilder {
       }
       case 6: {
         const PropList& p = *v.propListPtr();
+        if (p.date) {
+          int64_t days = daysOf(v);
+          Value norm = makeDate(days);
+          const auto& items = norm.propListPtr()->items;
+          add("date( " + std::to_string(items[0].second.integer()) + ", " +
+              std::to_string(items[1].second.integer()) + ", " +
+              std::to_string(items[2].second.integer()) + " )");
+          break;
+        }
+        if (!p.scriptName.empty()) {
+          add("<offspring \"");
+          add(p.scriptName);
+          add("\">");
+          break;
+        }
         if (p.items.empty()) {
           add("[:]");
           break;
@@ -94,6 +110,7 @@ class TextBuilder {
  private:
   std::string out_;
   size_t max_;
+  int precision_;
 };
 
 bool isNumber(const Value& v) { return v.isInteger() || v.isFloat(); }
@@ -136,21 +153,64 @@ int sortRank(const Value& v) {
 
 }  // namespace
 
+namespace {
+
+// Lower case of the two-byte letters that have one of the same length: Latin-1, Latin
+// Extended-A, Greek and Cyrillic capitals.
+uint32_t foldLetter(uint32_t c) {
+  if ((c >= 0xC0 && c <= 0xDE && c != 0xD7) || (c >= 0x391 && c <= 0x3AB && c != 0x3A2) ||
+      (c >= 0x410 && c <= 0x42F))
+    return c + 32;
+  if (c >= 0x400 && c <= 0x40F) return c + 80;
+  if (c == 0x178) return 0xFF;
+  if ((c >= 0x100 && c <= 0x137) || (c >= 0x14A && c <= 0x177)) return c | 1;
+  if ((c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E)) return (c & 1) ? c + 1 : c;
+  return c;
+}
+
+bool isAscii(std::string_view s) {
+  for (char c : s) {
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 std::string lowerCase(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = foldCase(c);
+  for (size_t i = 0; i < out.size(); ++i) {
+    auto b = static_cast<unsigned char>(out[i]);
+    if (b < 0x80) {
+      out[i] = foldCase(out[i]);
+    } else if (b >= 0xC3 && b <= 0xD0 && i + 1 < out.size() &&
+               (static_cast<unsigned char>(out[i + 1]) & 0xC0) == 0x80) {
+      uint32_t c = ((b & 0x1Fu) << 6) | (static_cast<unsigned char>(out[i + 1]) & 0x3Fu);
+      uint32_t f = foldLetter(c);
+      out[i] = static_cast<char>(0xC0 | (f >> 6));
+      out[i + 1] = static_cast<char>(0x80 | (f & 0x3F));
+      ++i;
+    }
+  }
   return out;
 }
 
 bool equalNoCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i) {
+    if (static_cast<unsigned char>(a[i]) >= 0x80 || static_cast<unsigned char>(b[i]) >= 0x80)
+      return lowerCase(a) == lowerCase(b);
     if (foldCase(a[i]) != foldCase(b[i])) return false;
   }
   return true;
 }
 
 int compareNoCase(std::string_view a, std::string_view b) {
+  if (!isAscii(a) || !isAscii(b)) {
+    // UTF-8 bytes order as their characters do.
+    int c = lowerCase(a).compare(lowerCase(b));
+    return c < 0 ? -1 : c > 0 ? 1 : 0;
+  }
   size_t n = a.size() < b.size() ? a.size() : b.size();
   for (size_t i = 0; i < n; ++i) {
     auto ca = static_cast<unsigned char>(foldCase(a[i]));
@@ -172,11 +232,12 @@ size_t findNoCase(std::string_view hay, std::string_view needle) {
   return static_cast<size_t>(static_cast<const char*>(hit) - h.data());
 }
 
-std::string formatFloat(double d) {
+std::string formatFloat(double d, int precision) {
   if (std::isnan(d)) return "NAN";
   if (std::isinf(d)) return d < 0 ? "-INF" : "INF";
-  char buf[400];  // the largest double has 309 digits before the point
-  auto res = std::to_chars(buf, buf + sizeof buf, d, std::chars_format::fixed, 4);
+  char buf[400];  // the largest double has 309 digits before the point, at most 15 after it
+  auto res = std::to_chars(buf, buf + sizeof buf, d, std::chars_format::fixed,
+                           std::clamp(precision, 0, 15));
   if (res.ec != std::errc()) return "NAN";
   return std::string(buf, res.ptr);
 }
@@ -251,20 +312,20 @@ bool roundToInt32(double d, int32_t& out) {
   return true;
 }
 
-std::string literalText(const Value& v, size_t maxBytes) {
-  TextBuilder b(maxBytes);
+std::string literalText(const Value& v, size_t maxBytes, int precision) {
+  TextBuilder b(maxBytes, precision);
   b.literal(v, 0);
   return b.take();
 }
 
-std::string plainText(const Value& v, size_t maxBytes) {
+std::string plainText(const Value& v, size_t maxBytes, int precision) {
   if (v.isVoid()) return {};
   if (v.isString()) {
     if (v.string().size() > maxBytes) throw ScriptError("Text too long");
     return v.string();
   }
   if (v.isSymbol()) return v.sym().name;
-  return literalText(v, maxBytes);
+  return literalText(v, maxBytes, precision);
 }
 
 bool lingoEquals(const Value& a, const Value& b, size_t& budget) {
@@ -322,6 +383,10 @@ int lingoCompare(const Value& a, const Value& b) {
   const std::string* tx = textOf(x);
   const std::string* ty = textOf(y);
   if (tx && ty) return sign(compareNoCase(*tx, *ty));
+  if (isDate(x) && isDate(y)) {
+    int64_t dx = daysOf(x), dy = daysOf(y);
+    return dx < dy ? -1 : dx > dy ? 1 : 0;
+  }
   throw ScriptError(std::string("Can't compare ") + ilkName(a) + " with " + ilkName(b));
 }
 
@@ -362,8 +427,80 @@ const char* ilkName(const Value& v) {
     case 3: return "string";
     case 4: return "symbol";
     case 5: return "list";
-    default: return "propList";
+    default:
+      if (v.propListPtr()->date) return "date";
+      return v.propListPtr()->scriptName.empty() ? "propList" : "instance";
   }
+}
+
+std::string describeValue(const Value& v) {
+  try {
+    return literalText(v, 80);
+  } catch (const ScriptError&) {
+    return std::string("a ") + ilkName(v);
+  }
+}
+
+// ---- Dates ----------------------------------------------------------------------------------
+// Days from and to the proleptic Gregorian calendar (H. Hinnant's civil-day algorithms).
+
+namespace {
+
+int64_t daysFromCivil(int64_t y, int64_t m, int64_t d) {
+  y -= m <= 2;
+  int64_t era = (y >= 0 ? y : y - 399) / 400;
+  int64_t yoe = y - era * 400;
+  int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + doe - 719468;
+}
+
+int64_t intProp(const PropList& p, const char* name) {
+  for (const auto& kv : p.items) {
+    if (kv.first.isSymbol() && equalNoCase(kv.first.sym().name, name)) {
+      if (kv.second.isInteger()) return kv.second.integer();
+      if (kv.second.isFloat() && std::isfinite(kv.second.real()))
+        return static_cast<int64_t>(std::clamp(kv.second.real(), -1e7, 1e7));
+    }
+  }
+  return 1;
+}
+
+}  // namespace
+
+bool isDate(const Value& v) { return v.isPropList() && v.propListPtr()->date; }
+
+int64_t daysOf(const Value& date) {
+  const PropList& p = *date.propListPtr();
+  // Months beyond 1-12 carry into years, days beyond the month into the next ones.
+  int64_t y = std::clamp<int64_t>(intProp(p, "year"), -1000000, 1000000);
+  int64_t m = std::clamp<int64_t>(intProp(p, "month"), -12000000, 12000000) - 1;
+  int64_t d = std::clamp<int64_t>(intProp(p, "day"), -400000000, 400000000);
+  y += m >= 0 ? m / 12 : (m - 11) / 12;
+  m = ((m % 12) + 12) % 12 + 1;
+  return daysFromCivil(y, m, 1) + d - 1;
+}
+
+Value makeDate(int64_t days) {
+  days = std::clamp<int64_t>(days, -365000000, 365000000);
+  int64_t z = days + 719468;
+  int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  int64_t doe = z - era * 146097;
+  int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  int64_t mp = (5 * doy + 2) / 153;
+  int64_t d = doy - (153 * mp + 2) / 5 + 1;
+  int64_t m = mp < 10 ? mp + 3 : mp - 9;
+  int64_t y = yoe + era * 400 + (m <= 2);
+  return makeDate(static_cast<int32_t>(y), static_cast<int32_t>(m), static_cast<int32_t>(d));
+}
+
+Value makeDate(int32_t year, int32_t month, int32_t day) {
+  Value v = Value::propList({{Value::symbol("year"), Value(year)},
+                             {Value::symbol("month"), Value(month)},
+                             {Value::symbol("day"), Value(day)}});
+  v.propListPtr()->date = true;
+  return v;
 }
 
 }  // namespace tessel::lingo

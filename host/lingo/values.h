@@ -32,8 +32,9 @@ int compareNoCase(std::string_view a, std::string_view b);
 size_t findNoCase(std::string_view hay, std::string_view needle);
 
 // ---- Numbers ------------------------------------------------------------------------------------
-// Lingo's float display: four decimals ("3.1416"), "INF", "-INF", "NAN"; independent of locale.
-std::string formatFloat(double d);
+// Lingo's float display: `precision` decimals (the floatPrecision, 0 to 15; "3.1416" with the
+// default 4), "INF", "-INF", "NAN"; independent of locale.
+std::string formatFloat(double d, int precision = 4);
 // Reads a whole text (blanks around it allowed) as a Lingo number: an integer when it is digits
 // that fit 32 bits, a float otherwise. False when the text is not a number.
 bool parseNumber(std::string_view text, Value& out);
@@ -43,8 +44,8 @@ bool roundToInt32(double d, int32_t& out);
 // ---- Text forms ---------------------------------------------------------------------------------
 // Both throw ScriptError when the text would grow beyond `maxBytes`; lists nested deeper than a
 // fixed depth (a list that holds itself) print as "...".
-std::string literalText(const Value& v, size_t maxBytes);
-std::string plainText(const Value& v, size_t maxBytes);
+std::string literalText(const Value& v, size_t maxBytes, int precision = 4);
+std::string plainText(const Value& v, size_t maxBytes, int precision = 4);
 
 // ---- Comparison ---------------------------------------------------------------------------------
 // Lingo's "=": numbers by value, strings and symbols ignoring case, a number and a numeric string
@@ -58,6 +59,18 @@ int lingoCompare(const Value& a, const Value& b);
 bool sortsBefore(const Value& a, const Value& b);
 // Equality of property names: same kind, symbols ignoring case, strings exactly, numbers by value.
 bool samePropName(const Value& a, const Value& b);
+
+// A short description of a value for error messages: its literal form cut to 80 bytes, or its
+// kind ("a #list") when longer.
+std::string describeValue(const Value& v);
+
+// ---- Dates ----------------------------------------------------------------------------------
+// A date value is a property list [#year:, #month:, #day:] marked as a date: it prints as
+// date( 2026, 11, 23 ), orders and subtracts by days, and adds whole days.
+bool isDate(const Value& v);
+Value makeDate(int64_t days);  // days since 1 January 1970
+Value makeDate(int32_t year, int32_t month, int32_t day);
+int64_t daysOf(const Value& date);
 
 // #integer, #float, #string, #symbol, #list, #propList or #void.
 const char* ilkName(const Value& v);

@@ -2,6 +2,8 @@
 
 #include <exception>
 
+#include "host/lingo/values.h"
+
 namespace tessel::runner {
 
 int HostExternals::lookup(const std::string& name) {
@@ -22,7 +24,16 @@ bool HostExternals::call(int id, const std::vector<host::Value>& args, host::Val
   try {
     moa::MoaError err = host_.callMethod(m, args, result);
     if (err != moa::kMoaErr_NoErr) {
-      error = m.name + ": " + host::describeError(err);
+      error = m.name + ": ";
+      if (auto k = host_.refusedArgument()) {
+        // "tsReadIni: argument 2 (Keyname): string expected, got VOID"
+        error += "argument " + std::to_string(*k + 1);
+        if (*k < m.args.size() && !m.args[*k].name.empty()) error += " (" + m.args[*k].name + ")";
+        error += ": " + host::describeError(err) + ", got ";
+        error += *k < args.size() && !args[*k].isVoid() ? lingo::describeValue(args[*k]) : "VOID";
+      } else {
+        error += host::describeError(err);
+      }
       return false;
     }
     return true;

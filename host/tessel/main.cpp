@@ -4,12 +4,15 @@
 //   tessel FILE            run a script file
 //   tessel -e 'CODE' ...   run code
 //   tessel                 interactive message window
+#include <sys/utsname.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -186,6 +189,13 @@ int main(int argc, char** argv) {
   env.moviePath = withSlash(movie.lexically_normal().string());
   env.applicationPath = withSlash(bin.string());
   env.runMode = opt.mode;
+  if (utsname u{}; uname(&u) == 0) env.osVersion = std::string(u.sysname) + " " + u.release;
+  // Parent scripts are the files NAME.ls in the movie's folder.
+  env.readScript = [folder = env.moviePath](const std::string& name) -> std::optional<std::string> {
+    std::string text;
+    if (!readFile(folder + name + ".ls", text)) return std::nullopt;
+    return text;
+  };
 
   tessel::host::HostOptions hostOptions;
   hostOptions.productName = opt.product;
@@ -213,9 +223,10 @@ int main(int argc, char** argv) {
   loadXtras(host, opt.xtras.empty() ? (bin / "Xtras").string() : opt.xtras);
 
   int status = 0;
-  if (!opt.file.empty() && !tessel::runner::runReported(lingo, script, 1)) status = 1;
+  if (!opt.file.empty() && !tessel::runner::runReported(lingo, script, 1, opt.file)) status = 1;
   for (size_t i = 0; status == 0 && i < opt.code.size(); ++i) {
-    if (!tessel::runner::runReported(lingo, opt.code[i], 1)) status = 1;
+    if (!tessel::runner::runReported(lingo, opt.code[i], 1, "-e " + std::to_string(i + 1)))
+      status = 1;
   }
   if (opt.file.empty() && opt.code.empty()) status = tessel::runner::messageWindow(lingo);
 

@@ -1,7 +1,9 @@
 #include "host/tessel/message_window.h"
 
+#include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -28,9 +30,75 @@ extern "C" void onInterrupt(int) {
   interruptFlag = 1;
 }
 
+// ---- Reading a line at the prompt --------------------------------------------------------------
+
+volatile std::sig_atomic_t promptInterrupted = 0;
+extern "C" void onPromptInterrupt(int) { promptInterrupted = 1; }
+
+bool lineDone = false;
+char* lineText = nullptr;
+extern "C" void onLine(char* text) {
+  // Removed here, so that readline does not show the prompt again before the line runs.
+  rl_callback_handler_remove();
+  lineDone = true;
+  lineText = text;
+}
+
+enum class Read { Line, Cleared, End };
+
+// One line through readline's callback interface, so that Ctrl-C at the prompt only clears
+// what was typed (as a shell does) instead of ending the window. Ctrl-D on an empty line ends.
+Read readLine(const char* prompt, std::string& out) {
+  struct sigaction sa {};
+  struct sigaction old {};
+  sa.sa_handler = onPromptInterrupt;
+  sigemptyset(&sa.sa_mask);
+  sa.sa_flags = 0;  // no SA_RESTART: poll returns at once
+  sigaction(SIGINT, &sa, &old);
+  promptInterrupted = 0;
+  lineDone = false;
+  lineText = nullptr;
+  rl_callback_handler_install(prompt, onLine);
+  Read result = Read::End;
+  for (;;) {
+    pollfd p{STDIN_FILENO, POLLIN, 0};
+    int r = poll(&p, 1, -1);
+    if (promptInterrupted) {
+      rl_free_line_state();
+      rl_replace_line("", 0);
+      rl_point = rl_end = 0;
+      rl_callback_handler_remove();
+      std::fputs("^C\n", stdout);
+      std::fflush(stdout);
+      result = Read::Cleared;
+      break;
+    }
+    if (r < 0) {
+      if (errno == EINTR) continue;
+      rl_callback_handler_remove();
+      break;
+    }
+    rl_callback_read_char();
+    if (lineDone) {
+      if (lineText != nullptr) {
+        out = lineText;
+        if (*lineText) add_history(lineText);
+        std::free(lineText);
+        result = Read::Line;
+      } else {
+        std::fputc('\n', stdout);
+      }
+      break;
+    }
+  }
+  sigaction(SIGINT, &old, nullptr);
+  return result;
+}
+
 }  // namespace
 
-bool runReported(lingo::Interpreter& lingo, const std::string& code, int firstLine) {
+bool runReported(lingo::Interpreter& lingo, const std::string& code, int firstLine,
+                 const std::string& name) {
   interruptFlag = 0;
   lingo.setInterruptFlag(&interruptFlag);
   struct sigaction sa {};
@@ -39,7 +107,7 @@ bool runReported(lingo::Interpreter& lingo, const std::string& code, int firstLi
   sigemptyset(&sa.sa_mask);
   sa.sa_flags = SA_RESTART;
   sigaction(SIGINT, &sa, &old);
-  lingo::Outcome o = lingo.run(code, firstLine);
+  lingo::Outcome o = lingo.run(code, firstLine, name);
   sigaction(SIGINT, &old, nullptr);
   lingo.setInterruptFlag(nullptr);
   std::fflush(stdout);
@@ -56,14 +124,13 @@ int messageWindow(lingo::Interpreter& lingo) {
   for (;;) {
     std::string line;
     if (terminal) {
-      char* text = readline(pending.empty() ? "> " : ". ");
-      if (!text) {
-        std::fputc('\n', stdout);
-        break;
+      Read r = readLine(pending.empty() ? "> " : ". ", line);
+      if (r == Read::End) break;
+      if (r == Read::Cleared) {
+        // The half-typed line goes, and with it a handler or block still being typed.
+        pending.clear();
+        continue;
       }
-      line = text;
-      if (*text) add_history(text);
-      std::free(text);
     } else if (!std::getline(std::cin, line)) {
       break;
     }
@@ -73,11 +140,11 @@ int messageWindow(lingo::Interpreter& lingo) {
     pending += '\n';
     // An "on" handler, a block if, a repeat or a case is collected until its end.
     if (lingo::Interpreter::needsMoreInput(pending)) continue;
-    runReported(lingo, pending, pendingStart);
+    runReported(lingo, pending, pendingStart, "");
     pending.clear();
   }
   // Input ended inside an open construct: run it, which reports what is missing.
-  if (!pending.empty()) runReported(lingo, pending, pendingStart);
+  if (!pending.empty()) runReported(lingo, pending, pendingStart, "");
   return 0;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <csignal>
+#include <string>
 
 #include "host/lingo/interpreter.h"
 
@@ -11,8 +12,10 @@ namespace tessel::runner {
 // Set by SIGINT while code runs; the interpreter stops with "Interrupted".
 extern volatile std::sig_atomic_t interruptFlag;
 
-// Runs `code` with Ctrl-C stopping it. Errors go to standard error as "error: LINE: message".
-bool runReported(lingo::Interpreter& lingo, const std::string& code, int firstLine);
+// Runs `code` with Ctrl-C stopping it. Errors go to standard error as
+// "error: NAME:LINE in handler H: message" (`name` is the file or "-e N", empty at the prompt).
+bool runReported(lingo::Interpreter& lingo, const std::string& code, int firstLine,
+                 const std::string& name);
 
 // Runs the message window until the end of input. Returns the process exit status.
 int messageWindow(lingo::Interpreter& lingo);

@@ -148,7 +148,7 @@ TEST_F(LingoEmbedding, ErrorInsideACallBackStopsTheScript) {
                 "put \"before\"\n"
                 "put fakeProgress()\n"
                 "put \"never\"\n"),
-            "-- \"before\"\nerror: 2: Division by zero\n");
+            "-- \"before\"\nerror: 2 in handler tsCopyProgressUpdate: Division by zero\n");
   // The Xtra saw the failure once and was not called back again.
   EXPECT_EQ(fake.callbackCodes, (std::vector<moa::MoaError>{moa::kMoaMmErr_InternalError}));
   EXPECT_TRUE(errors.empty());
@@ -175,7 +175,7 @@ TEST_F(LingoEmbedding, MovieInterfaceOutsideAScript) {
   EXPECT_TRUE(result.isVoid());
   EXPECT_EQ(movie.callHandler("nothingHere", {}, result), moa::kMoaDrErr_HandlerNotDefined);
   EXPECT_EQ(movie.callHandler("bad", {}, result), moa::kMoaMmErr_InternalError);
-  EXPECT_EQ(errors, (std::vector<std::string>{"5: Number expected, found #x"}));
+  EXPECT_EQ(errors, (std::vector<std::string>{"5 in handler bad: Number expected, found #x"}));
   EXPECT_EQ(movie.moviePath(), "/movies/demo/");
   // The interpreter is usable afterwards.
   EXPECT_EQ(movie.callHandler("triple", {Value(int32_t{1})}, result), moa::kMoaErr_NoErr);
@@ -207,7 +207,7 @@ TEST_F(LingoEmbedding, CallHandlerAndCompiledExpressions) {
   EXPECT_EQ(r.message, "Handler not defined: missing");
   r = lingo.callHandler("addUp", {Value("x"), Value(int32_t{1})});
   EXPECT_FALSE(r.ok);
-  EXPECT_EQ(r.errorText(), "2: Number expected, found \"x\"");
+  EXPECT_EQ(r.errorText(), "2 in handler addUp: Number expected, found \"x\"");
 
   std::string error;
   auto bump = lingo.compile("addUp(counter, 1)", &error);
@@ -269,7 +269,7 @@ TEST(LingoThreads, SmallStacksGetAStackOverflowErrorNotACrash) {
   ASSERT_EQ(pthread_create(&thread, &attr, body, &job), 0);
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attr);
-  EXPECT_EQ(out, "error: 2: Stack overflow\n-- 2\n");
+  EXPECT_EQ(out, "error: 2 in handler down: Stack overflow\n-- 2\n");
 }
 
 TEST(LingoLifetime, ListsOutliveTheInterpreterUnlessOnlyCyclesHoldThem) {

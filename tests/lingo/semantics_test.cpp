@@ -1,5 +1,9 @@
 // The language itself: operators, conversions, lists, control flow, handlers and put's format.
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include <chrono>
 
 #include "tests/lingo/lingo_test_util.h"
 
@@ -117,7 +121,7 @@ TEST(LingoConversions, BuiltInFunctions) {
             "-- \"\"\n"
             "-- 3 0 0\n"
             "-- \"A\" 65 0 \"\"\n"
-            "-- 233 2 8364\n"
+            "-- 233 1 8364\n"
             "-- \"b\"\n");
   EXPECT_EQ(run("put length([1])"), "error: 1: length: string expected, found [1]\n");
   EXPECT_EQ(run("put count(\"abc\")"), "error: 1: count: list expected, found \"abc\"\n");
@@ -382,7 +386,7 @@ TEST(LingoErrors, ReportedWithTheirLine) {
                 "  x = n * 2\n"
                 "  return x + undefinedThing\n"
                 "end\n"),
-            "-- 1\nerror: 6: Variable used before assigned a value: undefinedThing\n");
+            "-- 1\nerror: 6 in handler broken: Variable used before assigned a value: undefinedThing\n");
   EXPECT_EQ(run("put 1\nnoSuchHandler(1)\n"), "-- 1\nerror: 2: Handler not defined: noSuchHandler\n");
   EXPECT_EQ(run("on f\n  return 1\nend\nput f() + \"x\"\n"),
             "error: 4: Number expected, found \"x\"\n");
@@ -390,6 +394,59 @@ TEST(LingoErrors, ReportedWithTheirLine) {
   EXPECT_EQ(run("put xtra \"Tessel\"\n"),
             "error: 1: An Xtra reference can only be given to interface(), as in interface(xtra "
             "\"Name\")\n");
+}
+
+TEST(LingoErrors, NameTheScriptAndHandlerAndHandlersSurvive) {
+  Interpreter in;
+  in.setOutput([](const std::string&) {});
+  Outcome o = in.run("on readSettings\n  return 1 / 0\nend\nput readSettings()\n", 10, "kiosk.ls");
+  EXPECT_EQ(o.errorText(), "kiosk.ls:11 in handler readSettings: Division by zero");
+  // A handler keeps the name of the script that defined it, wherever it is called from.
+  o = in.run("put 1\nreadSettings()\n", 1, "-e 2");
+  EXPECT_EQ(o.errorText(), "kiosk.ls:11 in handler readSettings: Division by zero");
+  EXPECT_EQ(in.run("put 1\nput 1 / 0\n", 1, "-e 3").errorText(), "-e 3:2: Division by zero");
+  EXPECT_EQ(in.run("put (1\n", 1, "-e 4").errorText(), "-e 4:1: ')' expected, found end of line");
+  EXPECT_TRUE(in.hasHandler("readSettings"));
+}
+
+TEST(LingoProperties, DatesTimesAndSessionState) {
+  const char* oldTz = getenv("TZ");
+  std::string saved = oldTz ? oldTz : "";
+  setenv("TZ", "UTC", 1);
+  tzset();
+  Interpreter in;
+  // Tuesday 14 November 2023, 22:13:20 UTC.
+  in.environment().clock = [] { return std::chrono::system_clock::from_time_t(1700000000); };
+  EXPECT_EQ(runIn(in, "put the date, the short date, the abbr date\nput the long date\n"
+                      "put the time, the long time, the systemDate\n"),
+            "-- \"11/14/2023\" \"11/14/2023\" \"Tue, Nov 14, 2023\"\n"
+            "-- \"Tuesday, November 14, 2023\"\n"
+            "-- \"10:13 PM\" \"10:13:20 PM\" date( 2023, 11, 14 )\n");
+  // Dates count in days: across month, year and leap-day boundaries, and between two dates.
+  EXPECT_EQ(runIn(in, "d = the systemDate + 47\nput d, d.year, ilk(d), d - the systemDate\n"
+                      "put date(2024, 2, 28) + 1, date(20240301) - 1, date(2024, 13, 1)\n"
+                      "put date(2024, 3, 1) > date(2024, 2, 29), date(2024, 3, 1) = date(20240301)\n"
+                      "put d + [1]\n"),
+            "-- date( 2023, 12, 31 ) 2023 #date 47\n"
+            "-- date( 2024, 2, 29 ) date( 2024, 2, 29 ) date( 2025, 1, 1 )\n-- 1 1\n"
+            "error: 5: Only days can be added to or taken from a date\n");
+  if (oldTz) {
+    setenv("TZ", saved.c_str(), 1);
+  } else {
+    unsetenv("TZ");
+  }
+  tzset();
+  // The item delimiter is one character and lasts for the session; EMPTY brings back ",".
+  EXPECT_EQ(runIn(in, "set the itemDelimiter to \";;\"\nput the itemDelimiter\n"), "-- \";\"\n");
+  EXPECT_EQ(runIn(in, "put item 2 of \"a;b,c\"\nthe itemDelimiter = EMPTY\nput item 2 of \"a;b,c\"\n"),
+            "-- \"b,c\"\n-- \"c\"\n");
+  // The floatPrecision sets the decimals of put and string(), within 0 to 15.
+  EXPECT_EQ(runIn(in, "set the floatPrecision to 2\nput pi, string(1.0) & \"\", [0.126]\n"
+                      "the floatPrecision = 99\nput the floatPrecision\nthe floatPrecision = 4\n"),
+            "-- 3.14 \"1.00\" [0.13]\n-- 15\n");
+  // The result holds what the last command returned.
+  EXPECT_EQ(runIn(in, "on seven\n  return 7\nend\nseven\nx = 1\nput the result\n"), "-- 7\n");
+  EXPECT_EQ(runIn(in, "the date = 1\n"), "error: 1: Can't set the date\n");
 }
 
 TEST(LingoErrors, LimitsStopRunawayScripts) {
@@ -409,12 +466,12 @@ TEST(LingoErrors, LimitsStopRunawayScripts) {
   // Unbounded recursion is a script error, not a crash.
   Interpreter deep;
   EXPECT_EQ(runIn(deep, "on down n\n  return down(n + 1)\nend\nput down(1)\n"),
-            "error: 2: Stack overflow\n");
+            "error: 2 in handler down: Stack overflow\n");
   Limits small;
   small.maxStackBytes = 64 << 10;
   small.maxCallDepth = 100000;
   deep.setLimits(small);
-  EXPECT_EQ(runIn(deep, "put down(1)\n"), "error: 2: Stack overflow\n");
+  EXPECT_EQ(runIn(deep, "put down(1)\n"), "error: 2 in handler down: Stack overflow\n");
   EXPECT_EQ(runIn(deep, "put 1 + 1\n"), "-- 2\n");
 
   // Nesting that would need deep recursion to parse is refused.

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "host/value.h"
-#include "xtra/moa/moa_interfaces.h"
+#include "moa/moa_interfaces.h"
 
 namespace tessel::host {
 
@@ -32,10 +32,10 @@ struct HostOptions {
   // Where PrintMessage texts go (as they are, no line end added). Unset: standard output.
   std::function<void(const std::string&)> printMessage;
   // Holds (true) or releases (false) the keyboard for the host's presentation window. Set: the
-  // host serves the stage interface (xtra/moa/tessel_stage.h) to its Xtras; unset: it has none.
+  // host serves the stage interface (moa/tessel_stage.h) to its Xtras; unset: it has none.
   std::function<bool(bool)> holdKeyboard;
   // Whether the user asked the running script to stop. Set: the host serves the interrupt
-  // interface (xtra/moa/tessel_interrupt.h), so that waits inside Xtra calls end early.
+  // interface (moa/tessel_interrupt.h), so that waits inside Xtra calls end early.
   std::function<bool()> interruptRequested;
 };
 

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "host/services.h"
-#include "xtra/moa/moa_interfaces.h"
+#include "moa/moa_interfaces.h"
 
 namespace tessel::host {
 

@@ -27,9 +27,9 @@
 
 #include "host/host.h"
 #include "host/value_store.h"
-#include "xtra/moa/moa_interfaces.h"
-#include "xtra/moa/tessel_interrupt.h"
-#include "xtra/moa/tessel_stage.h"
+#include "moa/moa_interfaces.h"
+#include "moa/tessel_interrupt.h"
+#include "moa/tessel_stage.h"
 
 namespace tessel::host {
 

@@ -33,7 +33,7 @@
 #include <vector>
 
 #include "host/value.h"
-#include "xtra/moa/moa_types.h"
+#include "moa/moa_types.h"
 
 namespace tessel::host {
 

@@ -2,8 +2,8 @@
 
 #include "platform/kiosk.h"
 #include "system/kiosk.h"
-#include "xtra/moa/tessel_interrupt.h"
-#include "xtra/moa/tessel_stage.h"
+#include "moa/tessel_interrupt.h"
+#include "moa/tessel_stage.h"
 
 namespace tessel::xtra {
 namespace {

@@ -2,7 +2,7 @@
 // state the module keeps between calls.
 #pragma once
 
-#include "xtra/moa/moa_interfaces.h"
+#include "moa/moa_interfaces.h"
 
 namespace tessel::xtra {
 

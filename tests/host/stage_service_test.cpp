@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "host/services.h"
-#include "xtra/moa/tessel_interrupt.h"
-#include "xtra/moa/tessel_stage.h"
+#include "moa/tessel_interrupt.h"
+#include "moa/tessel_stage.h"
 
 namespace tessel::host {
 namespace {

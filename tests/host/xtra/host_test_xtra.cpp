@@ -13,7 +13,7 @@
 #include <new>
 #include <string>
 
-#include "xtra/moa/moa_interfaces.h"
+#include "moa/moa_interfaces.h"
 
 using namespace moa;
 

@@ -6,16 +6,12 @@
 #include <string_view>
 
 #include "platform/ui.h"
+#include "support/text.h"
 
 namespace tessel::dialogs {
 
-// The text cut to at most `limit` bytes, never inside a UTF-8 character.
-inline std::string cutText(std::string_view text, size_t limit) {
-  if (text.size() <= limit) return std::string(text);
-  size_t end = limit;
-  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
-  return std::string(text.substr(0, end));
-}
+// Texts are cut to their buffers with support::cutUtf8, never inside a UTF-8 character.
+using support::cutUtf8;
 
 // A window of the module's own: X < 0 centres it on the primary monitor (Y ignored), halving with
 // the remainder dropped towards zero; otherwise its client area's top-left goes to (X, Y).

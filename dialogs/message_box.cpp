@@ -4,14 +4,14 @@
 #include <array>
 
 #include "dialogs/dialog_support.h"
-#include "paths/ascii.h"
+#include "support/text.h"
 #include "platform/text_encoding.h"
 #include "platform/ui.h"
 
 namespace tessel::dialogs {
 namespace {
 
-using paths::equalsIgnoringCase;
+using support::equalsIgnoringCase;
 using platform::DialogIcon;
 
 constexpr size_t kCaptionLen = 23;
@@ -52,7 +52,7 @@ std::string msgBox(std::string_view msg, std::string_view caption, std::string_v
                    std::string_view icon, int32_t defButton) {
   platform::AlertSpec spec;
   spec.icon = alertIcon(icon);
-  spec.title = cutText(caption, kTitleLen);
+  spec.title = cutUtf8(caption, kTitleLen);
   spec.message = std::string(msg);
 
   auto& names = pressedNames();
@@ -102,7 +102,7 @@ void msgBoxButtons(std::string_view ok, std::string_view cancel, std::string_vie
                    std::string_view abort) {
   auto& captions = buttonCaptions();
   const std::string_view given[7] = {ok, cancel, yes, no, retry, ignore, abort};
-  for (size_t i = 0; i < 7; ++i) captions[i] = cutText(given[i], kCaptionLen);
+  for (size_t i = 0; i < 7; ++i) captions[i] = cutUtf8(given[i], kCaptionLen);
 }
 
 platform::CustomBoxSpec customBoxLayout(const MsgBoxExOptions& o) {
@@ -120,7 +120,7 @@ platform::CustomBoxSpec customBoxLayout(const MsgBoxExOptions& o) {
                : (first == 'c' || first == 'C') ? platform::TextAlign::Centre
                                                 : platform::TextAlign::Left;
 
-  const std::string icon = cutText(o.icon, 20);
+  const std::string icon = cutUtf8(o.icon, 20);
   const bool iconShown = !icon.empty() && !equalsIgnoringCase(icon, "NoIcon");
   if (iconShown) {
     spec.icon = (equalsIgnoringCase(icon, "Caution") || equalsIgnoringCase(icon, "Exclamation"))

@@ -12,8 +12,8 @@ constexpr int32_t kPromptWidth = 260, kPromptHeight = 109;
 platform::PromptSpec promptSpec(std::string_view caption, std::string_view instruction,
                                 int32_t flags, int32_t x, int32_t y) {
   platform::PromptSpec spec;
-  spec.title = cutText(caption, kTextLen);
-  spec.instruction = cutText(instruction, kTextLen);
+  spec.title = cutUtf8(caption, kTextLen);
+  spec.instruction = cutUtf8(instruction, kTextLen);
   const int32_t lowByte = flags & 0xFF;
   spec.requireInput = (lowByte & kPromptRequireInput) != 0;
   spec.filter = [lowByte](const platform::PromptKey& key, const std::string& text) {
@@ -52,24 +52,24 @@ std::string prompt(std::string_view caption, std::string_view instruction,
   platform::UiService& ui = platform::uiService();
   if (!ui.available()) return "";
   platform::PromptSpec spec = promptSpec(caption, instruction, flags, x, y);
-  spec.fields.push_back({"", cutText(defaultText, kTextLen), (flags & kPromptPassword) != 0});
+  spec.fields.push_back({"", cutUtf8(defaultText, kTextLen), (flags & kPromptPassword) != 0});
   std::optional<std::vector<std::string>> texts;
   {
     platform::WindowBracket bracket;
     texts = ui.prompt(spec);
   }
   if (!texts || texts->empty()) return "";
-  return cutText(texts->front(), kTextLen);
+  return cutUtf8(texts->front(), kTextLen);
 }
 
 LogInResult logIn(const LogInOptions& o) {
   platform::UiService& ui = platform::uiService();
   if (!ui.available()) return {};
   platform::PromptSpec spec = promptSpec(o.caption, o.instruction, o.flags, o.x, o.y);
-  spec.fields.push_back({cutText(o.nameCaption, kTextLen), cutText(o.defaultName, kTextLen),
+  spec.fields.push_back({cutUtf8(o.nameCaption, kTextLen), cutUtf8(o.defaultName, kTextLen),
                          (o.flags & kPromptPassword) != 0});
   spec.fields.push_back(
-      {cutText(o.passwordCaption, kTextLen), cutText(o.defaultPassword, kTextLen), true});
+      {cutUtf8(o.passwordCaption, kTextLen), cutUtf8(o.defaultPassword, kTextLen), true});
   std::optional<std::vector<std::string>> texts;
   {
     platform::WindowBracket bracket;
@@ -78,8 +78,8 @@ LogInResult logIn(const LogInOptions& o) {
   LogInResult result;
   if (!texts || texts->size() != 2) return result;
   result.ok = true;
-  result.name = cutText((*texts)[0], kTextLen);
-  result.password = cutText((*texts)[1], kTextLen);
+  result.name = cutUtf8((*texts)[0], kTextLen);
+  result.password = cutUtf8((*texts)[1], kTextLen);
   return result;
 }
 

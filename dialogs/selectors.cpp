@@ -5,8 +5,8 @@
 
 #include "dialogs/dialog_support.h"
 #include "files/listings.h"
-#include "formats/four_char_code.h"
-#include "paths/ascii.h"
+#include "support/four_char_code.h"
+#include "support/text.h"
 #include "paths/paths.h"
 #include "paths/volume_model.h"
 #include "platform/files.h"
@@ -60,7 +60,7 @@ FileFilter parseFileFilter(std::string_view filter) {
   } else if (filter.size() > 3) {
     // Each type is read as every four-character code given as text is.
     for (size_t i = 0; i + 4 <= filter.size() && parsed.types.size() < 12; i += 4)
-      parsed.types.push_back(formats::readFourCharCode(std::string(filter.substr(i, 4))));
+      parsed.types.push_back(support::readFourCharCode(std::string(filter.substr(i, 4))));
   }
   return parsed;
 }
@@ -70,7 +70,7 @@ bool FileFilter::matches(const std::string& path) const {
   const std::string_view leaf = std::string_view(path).substr(path.rfind('/') + 1);
   for (const std::string& ext : extensions) {
     if (leaf.size() >= ext.size() &&
-        paths::equalsIgnoringCase(leaf.substr(leaf.size() - ext.size()), ext))
+        support::equalsIgnoringCase(leaf.substr(leaf.size() - ext.size()), ext))
       return true;
   }
   if (!types.empty()) {
@@ -85,7 +85,7 @@ std::vector<std::string> getFilename(const GetFilenameOptions& o, bool& several)
   const int32_t flags = o.flags == -1 ? 0 : o.flags;
   several = (flags & 0x200) != 0;
   platform::FileChooserSpec spec;
-  spec.mode = paths::equalsIgnoringCase(o.operation, "save") ? platform::ChooserMode::Save
+  spec.mode = support::equalsIgnoringCase(o.operation, "save") ? platform::ChooserMode::Save
                                                              : platform::ChooserMode::Open;
   spec.title = spec.mode == platform::ChooserMode::Save ? "Save" : "Open";
   spec.instruction = o.instruction;

@@ -9,12 +9,16 @@
 #include "files/file_queries.h"
 #include "files/folder_walk.h"
 #include "paths/paths.h"
+#include "support/path_text.h"
+#include "support/text.h"
 
 namespace tessel::files {
 
 using platform::FileInfo;
 using platform::FileKind;
 using platform::fileService;
+using support::parentOfNative;
+using support::withoutTrailingSlash;
 
 namespace {
 
@@ -56,18 +60,6 @@ class FlushBatch {
   std::set<std::string> folders_;
 };
 
-std::string parentOfNative(std::string_view native) {
-  while (native.size() > 1 && native.back() == '/') native.remove_suffix(1);
-  size_t slash = native.find_last_of('/');
-  if (slash == std::string_view::npos || slash == 0) return "/";
-  return std::string(native.substr(0, slash));
-}
-
-std::string withoutTrailingSlash(std::string native) {
-  while (native.size() > 1 && native.back() == '/') native.pop_back();
-  return native;
-}
-
 std::optional<FileInfo> itemInfo(const std::string& native) {
   if (native.empty()) return std::nullopt;
   return fileService().info(native, /*followLinks=*/false);
@@ -104,10 +96,10 @@ SplitPath splitPath(std::string_view path) {
 enum class OverwriteMode { Always, IfNotExist, IfNewer };
 
 OverwriteMode overwriteMode(std::string_view overwrite) {
-  if (equalsIgnoringAsciiCase(overwrite, "IfNotExist") ||
-      equalsIgnoringAsciiCase(overwrite, "IfNotExist+"))
+  if (support::equalsIgnoringCase(overwrite, "IfNotExist") ||
+      support::equalsIgnoringCase(overwrite, "IfNotExist+"))
     return OverwriteMode::IfNotExist;
-  if (equalsIgnoringAsciiCase(overwrite, "IfNewer") || equalsIgnoringAsciiCase(overwrite, "IfNewer+"))
+  if (support::equalsIgnoringCase(overwrite, "IfNewer") || support::equalsIgnoringCase(overwrite, "IfNewer+"))
     return OverwriteMode::IfNewer;
   return OverwriteMode::Always;
 }

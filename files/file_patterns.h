@@ -17,11 +17,6 @@ struct FileSpec {
   bool strictlyLonger = false;
 };
 
-// The four-character code of a spec's first four bytes: byte 1 at the top, bytes 2 to 4
-// sign-extended before they are ORed in, so a byte of 0x80 or more there spreads over the
-// bytes above it. Kept that way: a spec written with such a byte has always meant that code.
-uint32_t specTypeCode(std::string_view spec);
-
 // The general language: "" all; ".ext" extension; more than three characters a type code;
 // anything else (1-3 characters, "*.*" and "*" among them) all.
 FileSpec classifyFileSpec(std::string_view spec);
@@ -33,7 +28,5 @@ FileSpec classifyListType(std::string_view type);
 // The name part of the test. A type-code spec needs the file's type: `type` is nullptr when the
 // file has no readable Finder information, and such a file never matches.
 bool specMatches(const FileSpec& spec, std::string_view name, const uint32_t* type);
-
-bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b);
 
 }  // namespace tessel::files

@@ -6,7 +6,7 @@
 
 #include "files/bundles.h"
 #include "files/resource_fork.h"
-#include "formats/four_char_code.h"
+#include "support/four_char_code.h"
 #include "paths/paths.h"
 #include "platform/files.h"
 #include "platform/text_encoding.h"
@@ -90,7 +90,7 @@ bool codeOf(std::string_view path, bool creator, uint32_t& code) {
   if (!info) return false;
   if (info->kind == FileKind::Folder && bundles::isBundle(p)) {
     auto value = bundles::infoValue(p, creator ? "CFBundleSignature" : "CFBundlePackageType");
-    code = value ? formats::readFourCharCode(value->substr(0, 4)) : 0;
+    code = value ? support::readFourCharCode(value->substr(0, 4)) : 0;
     return true;
   }
   auto record = readableFinderInfo(p);

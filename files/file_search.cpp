@@ -6,6 +6,7 @@
 #include "files/file_patterns.h"
 #include "files/folder_walk.h"
 #include "paths/paths.h"
+#include "support/text.h"
 
 namespace tessel::files {
 namespace {
@@ -48,7 +49,7 @@ bool leafMatches(const Search& s, std::string_view leaf) {
   if (leaf.starts_with('.')) return false;
   if (s.pattern.empty()) return true;
   if (s.containsMode) return leaf.find(s.pattern) != std::string_view::npos;
-  return equalsIgnoringAsciiCase(leaf, s.pattern);
+  return support::equalsIgnoringCase(leaf, s.pattern);
 }
 
 // A hit's path: the folder's converted path (once per folder) followed by the leaf in its style.
@@ -80,7 +81,7 @@ std::string findFirstFile(std::string_view disk, std::string_view fileName) {
   paths::addTrailingSeparator(start);
   auto root = openFolder(start);
   if (!root) return "";
-  if (equalsIgnoringAsciiCase(fileName, "*.*")) {
+  if (support::equalsIgnoringCase(fileName, "*.*")) {
     s.pattern.clear();
     s.containsMode = false;
   } else if (fileName.starts_with('*')) {

@@ -5,6 +5,8 @@
 #include "files/file_queries.h"
 #include "files/folder_walk.h"
 #include "paths/paths.h"
+#include "support/path_text.h"
+#include "support/text.h"
 
 namespace tessel::files {
 
@@ -25,18 +27,8 @@ constexpr size_t kListingFolderLimit = 993;
 // Names handed to Lingo.
 constexpr size_t kNameLimit = 255;
 
-std::string parentOfNative(const std::string& native) {
-  size_t slash = native.find_last_of('/', native.size() > 1 ? native.size() - 2 : 0);
-  return slash == std::string::npos || slash == 0 ? std::string("/") : native.substr(0, slash);
-}
-
 // A name cut to the 255 bytes of a name buffer, never inside a UTF-8 character.
-std::string boundedName(std::string_view name) {
-  if (name.size() <= kNameLimit) return std::string(name);
-  size_t end = kNameLimit;
-  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
-  return std::string(name.substr(0, end));
-}
+std::string boundedName(std::string_view name) { return support::cutUtf8(name, kNameLimit); }
 
 // A Linux name as a listing hands it to Lingo: a component of a path in the current style, so
 // that the name appended to the folder's path names the item again ("a:b" is "a/b" in HFS paths).
@@ -273,7 +265,7 @@ int32_t xDelete(std::string_view folder, std::string_view fileSpec) {
   for (auto node = tree.rbegin(); node != tree.rend(); ++node) {
     std::string native = node->native.substr(0, node->native.size() - 1);
     if (!exists(native)) continue;
-    if (service.removeFolder(native)) service.syncFolder(parentOfNative(node->native));
+    if (service.removeFolder(native)) service.syncFolder(support::parentOfNative(node->native));
   }
   return result;
 }

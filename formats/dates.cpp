@@ -4,7 +4,7 @@
 #include <climits>
 #include <cstdio>
 
-#include "paths/ascii.h"
+#include "support/text.h"
 #include "paths/paths.h"
 #include "platform/files.h"
 
@@ -65,7 +65,7 @@ long long twelveHour(long long hour) {
 
 // Whether `format` at `at` starts with `token`, ignoring case.
 bool tokenAt(std::string_view format, size_t at, std::string_view token) {
-  return paths::startsWithIgnoringCase(format.substr(at), token);
+  return support::startsWithIgnoringCase(format.substr(at), token);
 }
 
 }  // namespace
@@ -192,8 +192,8 @@ std::string expandTimeTokens(std::string_view format, const DateFields& f, size_
     const Token tokens[] = {{'h', f.hour}, {'n', f.minute}, {'s', f.second}};
     bool matched = false;
     for (const Token& t : tokens) {
-      if (paths::asciiLower(format[i]) != t.letter) continue;
-      bool pair = i + 1 < format.size() && paths::asciiLower(format[i + 1]) == t.letter;
+      if (support::asciiLower(format[i]) != t.letter) continue;
+      bool pair = i + 1 < format.size() && support::asciiLower(format[i + 1]) == t.letter;
       out.number(pair ? "%02lld" : "%lld", t.value);
       i += pair ? 2 : 1;
       matched = true;
@@ -210,13 +210,13 @@ std::string expandTimeTokens(std::string_view format, const DateFields& f, size_
 std::string formatSystemTime(std::string_view format, const DateFields& f) {
   constexpr size_t kLimit = 256;
   Output out(kLimit);
-  if (paths::equalsIgnoringCase(format, "date")) {
+  if (support::equalsIgnoringCase(format, "date")) {
     out.number("%02lld", f.year);
     out.number("%02lld", f.month);
     out.number("%02lld", f.day);
     return out.take();
   }
-  if (paths::equalsIgnoringCase(format, "time")) {
+  if (support::equalsIgnoringCase(format, "time")) {
     out.number("%02lld", f.hour);
     out.number("%02lld", f.minute);
     out.number("%02lld", f.second);

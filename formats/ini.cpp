@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "formats/dates.h"
-#include "formats/four_char_code.h"
-#include "paths/ascii.h"
+#include "support/four_char_code.h"
+#include "support/text.h"
 #include "paths/paths.h"
 #include "paths/special_folders.h"
 #include "platform/files.h"
@@ -16,8 +16,8 @@
 namespace tessel::formats {
 namespace {
 
-using paths::equalsIgnoringCase;
-using paths::startsWithIgnoringCase;
+using support::equalsIgnoringCase;
+using support::startsWithIgnoringCase;
 
 constexpr size_t kReadBlock = 64 * 1024;
 
@@ -74,8 +74,8 @@ void createParentFolders(const std::string& path) {
 
 platform::FinderInfo textFileInfo() {
   platform::FinderInfo info;
-  info.setType(readFourCharCode("TEXT"));
-  info.setCreator(readFourCharCode("ttxt"));
+  info.setType(support::fourCharCode("TEXT"));
+  info.setCreator(support::fourCharCode("ttxt"));
   return info;
 }
 
@@ -284,7 +284,7 @@ std::string rewriteIni(IniLineReader& reader, std::string_view section, std::str
 std::string iniFilePath(std::string_view iniFile) {
   iniFile = cString(iniFile, std::string_view::npos);
   if (!paths::isUnixPath(iniFile) && iniFile.find(':') == std::string_view::npos) {
-    std::string prefs = paths::findFolder(paths::fourCC("pref"));
+    std::string prefs = paths::findFolder(support::fourCharCode("pref"));
     if (prefs.empty()) return "";
     if (prefs.back() != '/') prefs += '/';
     std::string path = prefs + std::string(iniFile);

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "files/file_patterns.h"
+#include "support/four_char_code.h"
 
 using tessel::files::FileSpec;
 
@@ -13,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   size_t split = input.find('\0');
   std::string_view spec = input.substr(0, split);
   std::string_view name = split == std::string_view::npos ? std::string_view() : input.substr(split + 1);
-  uint32_t type = size >= 4 ? tessel::files::specTypeCode(input.substr(size - 4)) : 0;
+  uint32_t type = size >= 4 ? tessel::support::readFourCharCode(input.substr(size - 4)) : 0;
 
   FileSpec general = tessel::files::classifyFileSpec(spec);
   bool all = spec.empty() || (spec[0] != '.' && spec.size() <= 3);

@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "formats/ini.h"
-#include "paths/ascii.h"
+#include "support/text.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ size_t headerCount(std::string_view file, std::string_view section) {
   size_t count = 0;
   for (bool eof = false; !eof;) {
     eof = reader.next(line, tessel::formats::kIniRawLine);
-    if (tessel::paths::equalsIgnoringCase(line, header)) ++count;
+    if (tessel::support::equalsIgnoringCase(line, header)) ++count;
   }
   return count;
 }

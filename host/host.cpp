@@ -8,6 +8,7 @@
 #include "host/module.h"
 #include "host/msgtable.h"
 #include "host/services.h"
+#include "support/text.h"
 
 namespace tessel::host {
 
@@ -15,12 +16,7 @@ using namespace moa;
 
 namespace {
 
-std::string lower(std::string s) {
-  for (char& c : s) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return s;
-}
+using support::asciiLowered;
 
 // Runs a call into an Xtra; an exception that escapes the module stops here.
 template <class F>
@@ -76,7 +72,7 @@ struct Host::Impl {
 
   ScriptXtra* xtraNamed(const std::string& name) const {
     for (const auto& x : xtras) {
-      if (equalsIgnoreCase(x->name, name)) return x.get();
+      if (equalsIgnoringCase(x->name, name)) return x.get();
     }
     return nullptr;
   }
@@ -245,7 +241,7 @@ struct Host::Impl {
         x->methods = std::move(table.methods);
         for (const auto& m : x->methods) {
           if (m.scope != '*') continue;
-          if (!globals.emplace(lower(m.name), &m).second) {
+          if (!globals.emplace(asciiLowered(m.name), &m).second) {
             note(lm.module->path() + ": global method \"" + m.name + "\" is already defined");
           }
         }
@@ -398,7 +394,7 @@ std::vector<std::string> Host::xtraNames() const {
 }
 
 const MethodInfo* Host::findMethod(const std::string& name) const {
-  auto it = impl_->globals.find(lower(name));
+  auto it = impl_->globals.find(asciiLowered(name));
   return it == impl_->globals.end() ? nullptr : it->second;
 }
 
@@ -449,7 +445,7 @@ MoaError Host::invokeTool(const std::string& displayName) {
   Impl& im = *impl_;
   const Impl::Tool* tool = nullptr;
   for (const auto& t : im.tools) {
-    if (equalsIgnoreCase(t.info.displayName, displayName)) {
+    if (equalsIgnoringCase(t.info.displayName, displayName)) {
       tool = &t;
       break;
     }

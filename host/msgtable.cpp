@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "support/text.h"
+
 namespace tessel::host {
 
 namespace {
@@ -14,13 +16,7 @@ std::string_view trim(std::string_view s) {
   return s;
 }
 
-std::string lower(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return out;
-}
+using support::asciiLowered;
 
 // Splits off the first blank-separated word.
 std::string_view firstWord(std::string_view s, std::string_view* rest) {
@@ -64,7 +60,7 @@ MessageTable parseMessageTable(std::string_view text) {
       haveHeader = true;
       std::string_view rest;
       std::string_view word = firstWord(line, &rest);
-      if (lower(word) == "xtra") {
+      if (asciiLowered(word) == "xtra") {
         std::string_view name = firstWord(rest, nullptr);
         if (name.substr(0, 2) == "--") name = {};
         if (name.empty()) problem("the \"xtra\" line names no Xtra");
@@ -106,7 +102,7 @@ MessageTable parseMessageTable(std::string_view text) {
       }
       std::string_view rest;
       MethodInfo::Arg arg;
-      arg.type = lower(firstWord(piece, &rest));
+      arg.type = asciiLowered(firstWord(piece, &rest));
       arg.name = std::string(firstWord(rest, &rest));
       if (!rest.empty()) {
         problem("unexpected text \"" + std::string(rest) + "\" in \"" + m.name + "\"");

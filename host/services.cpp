@@ -985,7 +985,7 @@ MoaError MovieService::GetProp(MoaMmSymbol prop, PMoaMmValue out) {
     if (host_.movie == nullptr) return kMoaDrErr_MovieNotOpen;
     auto name = host_.values.symbolName(prop);
     if (!name) return kMoaErr_BadParam;
-    if (equalsIgnoreCase(*name, "moviePath") || equalsIgnoreCase(*name, "path")) {
+    if (equalsIgnoringCase(*name, "moviePath") || equalsIgnoringCase(*name, "path")) {
       return host_.values.stringToValue(host_.movie->moviePath(), out);
     }
     return kMoaMmErr_PropertyNotFound;
@@ -1207,7 +1207,7 @@ void CallbackService::MoaEndUsingResources(MoaFileRef, XtraResourceCookie) {
 
 HostServices::HostServices(HostOptions opts) : options(std::move(opts)) {}
 
-bool HostServices::isDirector() const { return equalsIgnoreCase(options.productName, "Director"); }
+bool HostServices::isDirector() const { return equalsIgnoringCase(options.productName, "Director"); }
 
 uint32_t HostServices::serviceReferences() const {
   return calloc.refs().count() + cache.refs().count() + handles.refs().count() +

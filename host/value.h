@@ -12,6 +12,8 @@
 #include <variant>
 #include <vector>
 
+#include "support/text.h"
+
 namespace tessel::host {
 
 struct Void {
@@ -82,7 +84,7 @@ class Value {
   Storage v_;
 };
 
-// Case-insensitive (ASCII) comparison, as Lingo compares symbols and property names.
-bool equalsIgnoreCase(const std::string& a, const std::string& b);
+// Lingo compares symbols and property names ignoring ASCII case.
+using support::equalsIgnoringCase;
 
 }  // namespace tessel::host

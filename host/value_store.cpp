@@ -4,6 +4,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "support/text.h"
+
 namespace tessel::host {
 
 using namespace moa;
@@ -11,14 +13,6 @@ using namespace moa;
 namespace {
 
 constexpr uint32_t kMaxGeneration = 0x7FFFFF;  // keeps `ty` positive
-
-std::string lowerAscii(std::string_view s) {
-  std::string out(s);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return out;
-}
 
 bool isHeapType(uint32_t type) {
   return type == kMoaMmValueType_String || type == kMoaMmValueType_Float ||
@@ -37,7 +31,7 @@ void copyCut(const char* text, size_t len, char* buf, MoaLong bufLen) {
 // ---- Symbols ---------------------------------------------------------------------------------
 
 MoaMmSymbol ValueStore::intern(std::string_view name) {
-  std::string key = lowerAscii(name);
+  std::string key = support::asciiLowered(name);
   auto it = symbols_.find(key);
   if (it != symbols_.end()) return it->second;
   symbolNames_.emplace_back(name);
@@ -430,7 +424,7 @@ bool ValueStore::sameProperty(const MoaMmValue& a, const MoaMmValue& b) const {
     case Kind::Heap:
       if (ra.slot == rb.slot) return true;
       return ra.slot->type == kMoaMmValueType_String && rb.slot->type == kMoaMmValueType_String &&
-             equalsIgnoreCase(ra.slot->text, rb.slot->text);
+             equalsIgnoringCase(ra.slot->text, rb.slot->text);
     default: return false;
   }
 }

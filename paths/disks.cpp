@@ -1,11 +1,12 @@
 // Disk information, the disk list and ejection, on the volume model.
 #include <sys/stat.h>
 
-#include "paths/ascii.h"
+#include "support/text.h"
 #include "paths/paths.h"
 #include "paths/volume_model.h"
 
 namespace tessel::paths {
+using support::equalsIgnoringCase;
 namespace {
 
 // The mounted volume a Drive or Disk argument names: its HFS form, as a folder, must be an existing

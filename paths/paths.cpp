@@ -13,11 +13,12 @@
 #include <algorithm>
 #include <vector>
 
-#include "paths/ascii.h"
+#include "support/text.h"
 #include "paths/volume_model.h"
 #include "platform/text_encoding.h"
 
 namespace tessel::paths {
+using support::startsWithIgnoringCase;
 namespace {
 
 bool gReturnUnixNames = false;

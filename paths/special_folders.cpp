@@ -6,13 +6,17 @@
 #include <array>
 #include <vector>
 
-#include "formats/four_char_code.h"
-#include "paths/ascii.h"
+#include "support/four_char_code.h"
+#include "support/text.h"
 #include "paths/paths.h"
 #include "paths/volume_model.h"
 #include "platform/folders.h"
 
 namespace tessel::paths {
+using support::equalsIgnoringCase;
+using support::fourCharCode;
+using support::readFourCharCode;
+using support::startsWithIgnoringCase;
 namespace {
 
 // ---- Keywords -----------------------------------------------------------------------------------
@@ -24,17 +28,17 @@ struct KeywordRow {
 
 // Later rows win over earlier ones.
 constexpr KeywordRow kKeywords[] = {
-    {"prefs", fourCC("pref")},      {"system", fourCC("macs")},
-    {"boot", fourCC("macs")},       {"desktop", fourCC("desk")},
-    {"trash", fourCC("trsh")},      {"startup", fourCC("strt")},
-    {"apple", fourCC("amnu")},      {"control panels", fourCC("ctrl")},
-    {"extensions", fourCC("extn")}, {"fonts", fourCC("font")},
-    {"temp", fourCC("temp")},       {"apps", fourCC("apps")},
-    {"personal", fourCC("docs")},   {"appdata", fourCC("asup")},
-    {"library", fourCC("dlib")},    {"pictures", fourCC("pdoc")},
-    {"video", fourCC("mdoc")},      {"music", kMusicFolderType},
-    {"public", fourCC("pubb")},     {"profile", fourCC("cusr")},
-    {"users", fourCC("usrs")},      {"shared", fourCC("sdat")},
+    {"prefs", fourCharCode("pref")},      {"system", fourCharCode("macs")},
+    {"boot", fourCharCode("macs")},       {"desktop", fourCharCode("desk")},
+    {"trash", fourCharCode("trsh")},      {"startup", fourCharCode("strt")},
+    {"apple", fourCharCode("amnu")},      {"control panels", fourCharCode("ctrl")},
+    {"extensions", fourCharCode("extn")}, {"fonts", fourCharCode("font")},
+    {"temp", fourCharCode("temp")},       {"apps", fourCharCode("apps")},
+    {"personal", fourCharCode("docs")},   {"appdata", fourCharCode("asup")},
+    {"library", fourCharCode("dlib")},    {"pictures", fourCharCode("pdoc")},
+    {"video", fourCharCode("mdoc")},      {"music", kMusicFolderType},
+    {"public", fourCharCode("pubb")},     {"profile", fourCharCode("cusr")},
+    {"users", fourCharCode("usrs")},      {"shared", fourCharCode("sdat")},
 };
 
 // The keyword is read into a 44-byte buffer; the word after a prefix into a 23-byte one.
@@ -76,50 +80,50 @@ struct FolderRow {
 constexpr Candidates kNone{};
 
 const FolderRow kFolders[] = {
-    {fourCC("pref"), Appropriate::User, {"$CONFIG"}, {"/usr/local/etc"}, {"/etc"}},
-    {fourCC("macs"), Appropriate::System, kNone, kNone, {"/usr"}},
-    {fourCC("desk"), Appropriate::User, {"$DESKTOP"}, kNone, kNone},
-    {fourCC("trsh"), Appropriate::User, {"$DATA/Trash/files"}, kNone, kNone},
-    {fourCC("strt"), Appropriate::User, {"$CONFIG/autostart"}, kNone, {"$SYSCONFIG/autostart"}},
-    {fourCC("amnu"), Appropriate::System, {"$CONFIG/menus"}, kNone, {"$SYSCONFIG/menus"}},
-    {fourCC("ctrl"), Appropriate::System, kNone, {"/usr/local/sbin"}, {"/usr/sbin"}},
-    {fourCC("extn"),
+    {fourCharCode("pref"), Appropriate::User, {"$CONFIG"}, {"/usr/local/etc"}, {"/etc"}},
+    {fourCharCode("macs"), Appropriate::System, kNone, kNone, {"/usr"}},
+    {fourCharCode("desk"), Appropriate::User, {"$DESKTOP"}, kNone, kNone},
+    {fourCharCode("trsh"), Appropriate::User, {"$DATA/Trash/files"}, kNone, kNone},
+    {fourCharCode("strt"), Appropriate::User, {"$CONFIG/autostart"}, kNone, {"$SYSCONFIG/autostart"}},
+    {fourCharCode("amnu"), Appropriate::System, {"$CONFIG/menus"}, kNone, {"$SYSCONFIG/menus"}},
+    {fourCharCode("ctrl"), Appropriate::System, kNone, {"/usr/local/sbin"}, {"/usr/sbin"}},
+    {fourCharCode("extn"),
      Appropriate::System,
      kNone,
      {"/lib/modules/$KERNEL/extra"},
      {"/lib/modules/$KERNEL"}},
-    {fourCC("font"),
+    {fourCharCode("font"),
      Appropriate::System,
      {"$DATA/fonts", "$HOME/.fonts"},
      {"/usr/local/share/fonts"},
      {"/usr/share/fonts"}},
-    {fourCC("temp"), Appropriate::User, {"$TMP"}, kNone, {"/tmp"}},
-    {fourCC("apps"),
+    {fourCharCode("temp"), Appropriate::User, {"$TMP"}, kNone, {"/tmp"}},
+    {fourCharCode("apps"),
      Appropriate::System,
      {"$DATA/applications"},
      {"/usr/local/share/applications"},
      {"/usr/share/applications"}},
-    {fourCC("docs"), Appropriate::User, {"$DOCUMENTS"}, kNone, kNone},
-    {fourCC("favs"), Appropriate::User, {"$CONFIG/gtk-3.0"}, kNone, kNone},
-    {fourCC("asup"), Appropriate::User, {"$DATA"}, {"/usr/local/share"}, {"/usr/share"}},
-    {fourCC("dlib"), Appropriate::System, {"$HOME/.local"}, {"/usr/local/lib"}, {"/usr/lib"}},
-    {fourCC("pdoc"), Appropriate::User, {"$PICTURES"}, kNone, kNone},
-    {fourCC("mdoc"), Appropriate::User, {"$VIDEOS"}, kNone, kNone},
+    {fourCharCode("docs"), Appropriate::User, {"$DOCUMENTS"}, kNone, kNone},
+    {fourCharCode("favs"), Appropriate::User, {"$CONFIG/gtk-3.0"}, kNone, kNone},
+    {fourCharCode("asup"), Appropriate::User, {"$DATA"}, {"/usr/local/share"}, {"/usr/share"}},
+    {fourCharCode("dlib"), Appropriate::System, {"$HOME/.local"}, {"/usr/local/lib"}, {"/usr/lib"}},
+    {fourCharCode("pdoc"), Appropriate::User, {"$PICTURES"}, kNone, kNone},
+    {fourCharCode("mdoc"), Appropriate::User, {"$VIDEOS"}, kNone, kNone},
     {kMusicFolderType, Appropriate::User, {"$MUSIC"}, kNone, kNone},
-    {fourCC("pubb"), Appropriate::User, {"$PUBLIC"}, kNone, kNone},
-    {fourCC("cusr"), Appropriate::User, {"$HOME"}, kNone, kNone},
-    {fourCC("usrs"), Appropriate::Local, kNone, {"/home"}, kNone},
-    {fourCC("sdat"), Appropriate::Local, kNone, {"/var/tmp"}, kNone},
-    {fourCC("info"),
+    {fourCharCode("pubb"), Appropriate::User, {"$PUBLIC"}, kNone, kNone},
+    {fourCharCode("cusr"), Appropriate::User, {"$HOME"}, kNone, kNone},
+    {fourCharCode("usrs"), Appropriate::Local, kNone, {"/home"}, kNone},
+    {fourCharCode("sdat"), Appropriate::Local, kNone, {"/var/tmp"}, kNone},
+    {fourCharCode("info"),
      Appropriate::System,
      {"$DATA/doc"},
      {"/usr/local/share/doc"},
      {"/usr/share/doc"}},
     // Types beyond the keyword table, for raw four-character keywords.
-    {fourCC("down"), Appropriate::User, {"$DOWNLOAD"}, kNone, kNone},
-    {fourCC("cach"), Appropriate::User, {"$CACHE"}, kNone, {"/var/cache"}},
-    {fourCC("logs"), Appropriate::User, {"$STATE"}, kNone, {"/var/log"}},
-    {fourCC("dtop"), Appropriate::User, {"$HOME"}, {"/usr/local"}, {"/"}},
+    {fourCharCode("down"), Appropriate::User, {"$DOWNLOAD"}, kNone, kNone},
+    {fourCharCode("cach"), Appropriate::User, {"$CACHE"}, kNone, {"/var/cache"}},
+    {fourCharCode("logs"), Appropriate::User, {"$STATE"}, kNone, {"/var/log"}},
+    {fourCharCode("dtop"), Appropriate::User, {"$HOME"}, {"/usr/local"}, {"/"}},
 };
 
 const FolderRow* folderRow(uint32_t type) {
@@ -226,12 +230,12 @@ std::optional<FolderKeyword> parseFolderKeyword(std::string_view keyword) {
     }
   }
   if (startsWithIgnoringCase(word, "favou") || startsWithIgnoringCase(word, "favor")) {
-    result.type = fourCC("favs");
+    result.type = fourCharCode("favs");
     known = true;
   }
   if (!known) {
     if (word.size() != 4) return std::nullopt;
-    result.type = formats::readFourCharCode(std::string(word));
+    result.type = readFourCharCode(word);
   }
   result.boot = equalsIgnoringCase(word, "boot");
   return result;

@@ -19,13 +19,6 @@ enum FolderDomain : int32_t {
   kClassicDomain = -32762,
 };
 
-constexpr uint32_t fourCC(const char (&code)[5]) {
-  return static_cast<uint32_t>(static_cast<unsigned char>(code[0])) << 24 |
-         static_cast<uint32_t>(static_cast<unsigned char>(code[1])) << 16 |
-         static_cast<uint32_t>(static_cast<unsigned char>(code[2])) << 8 |
-         static_cast<uint32_t>(static_cast<unsigned char>(code[3]));
-}
-
 // The music folder's type: the byte 0xB5 (a micro sign) followed by "doc".
 inline constexpr uint32_t kMusicFolderType = 0xB5646F63;
 

@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "paths/paths.h"
+#include "support/text.h"
 
 namespace tessel::paths {
 namespace {
@@ -27,14 +28,7 @@ uint64_t& callCounter() {
   return counter;
 }
 
-// Cuts UTF-8 text to at most `limit` bytes without splitting a character.
-std::string cutUtf8(std::string text, size_t limit) {
-  if (text.size() <= limit) return text;
-  size_t cut = limit;
-  while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
-  text.resize(cut);
-  return text;
-}
+using support::cutUtf8;
 
 std::string cleanName(std::string name, const std::string& mountPoint) {
   if (!g_utf8_validate(name.data(), static_cast<gssize>(name.size()), nullptr)) {

@@ -53,4 +53,8 @@ std::unique_ptr<LauncherService> setLauncherService(std::unique_ptr<LauncherServ
 
 std::unique_ptr<LauncherService> makeLinuxLauncherService();
 
+// `commandLine` split into words as a POSIX shell splits them (quotes, backslashes, comments),
+// without running a shell; nothing when it does not parse (an open quote) or holds no word.
+std::vector<std::string> splitCommandLine(const std::string& commandLine);
+
 }  // namespace tessel::platform

@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <limits>
 
-#include "paths/ascii.h"
+#include "support/text.h"
 #include "paths/paths.h"
 #include "platform/displays.h"
 #include "system/display_modes.h"
 
 namespace tessel::system {
 
-using paths::equalsIgnoringCase;
-using paths::startsWithIgnoringCase;
+using support::equalsIgnoringCase;
+using support::startsWithIgnoringCase;
 using platform::DisplayMode;
 using platform::Monitor;
 

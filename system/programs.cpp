@@ -1,7 +1,5 @@
 #include "system/programs.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <optional>
 #include <vector>
@@ -10,6 +8,7 @@
 #include "paths/paths.h"
 #include "platform/files.h"
 #include "platform/launcher.h"
+#include "support/text.h"
 #include "windows/wait_loop.h"
 
 namespace tessel::system {
@@ -18,15 +17,7 @@ namespace {
 constexpr int32_t kLaunched = 33;
 constexpr size_t kCommandLen = 2048;  // a command line with its terminating zero
 
-bool sameWord(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return g_ascii_tolower(x) == g_ascii_tolower(y);
-         });
-}
-
-bool endsWith(std::string_view s, std::string_view tail) {
-  return s.size() >= tail.size() && s.substr(s.size() - tail.size()) == tail;
-}
+using support::equalsIgnoringCase;
 
 std::optional<platform::FileInfo> infoOf(const std::string& native) {
   if (native.empty()) return std::nullopt;
@@ -50,7 +41,7 @@ std::optional<int32_t> startProgram(std::string_view path, const std::vector<std
   auto info = infoOf(native);
   if (!info) return std::nullopt;
   platform::LauncherService& launcher = platform::launcherService();
-  if (info->kind == platform::FileKind::File && endsWith(native, ".desktop"))
+  if (info->kind == platform::FileKind::File && native.ends_with(".desktop"))
     return launcher.launchDesktopFile(native, args, hidden);
   std::string program = programToRun(path, native);
   auto target = infoOf(program);
@@ -70,7 +61,7 @@ std::string shellQuote(std::string_view text) {
 }
 
 int32_t runProgram(std::string_view program, std::string_view state, int32_t wait) {
-  auto pid = startProgram(program, {}, sameWord(state, "hidden"));
+  auto pid = startProgram(program, {}, equalsIgnoringCase(state, "hidden"));
   if (!pid) return 0;
   if (wait != 0 && *pid > 0) windows::waitForProcess(*pid, windows::WaitState::Closed, 0);
   return kLaunched;
@@ -105,7 +96,7 @@ int32_t shell(std::string_view operation, std::string_view file, std::string_vie
     std::string dir = workDir[0] == '/' ? std::string(workDir) : paths::nativePath(workDir);
     if (!dir.empty()) launcher.runShell(("cd " + shellQuote(dir)).substr(0, kCommandLen - 1));
   }
-  if (sameWord(operation, "terminal") || sameWord(operation, "system")) {
+  if (equalsIgnoringCase(operation, "terminal") || equalsIgnoringCase(operation, "system")) {
     std::string command(file.substr(0, kCommandLen - 1));
     return launcher.runShell(command) == 0 ? kLaunched : 0;
   }
@@ -118,13 +109,7 @@ int32_t shell(std::string_view operation, std::string_view file, std::string_vie
   // would end, then split as a shell would split them, without a shell.
   size_t head = std::string("open -a ").size() + shellQuote(file).size() + 1;
   std::string cut(head < kCommandLen - 1 ? args.substr(0, kCommandLen - 1 - head) : "");
-  std::vector<std::string> argv;
-  gchar** parsed = nullptr;
-  if (!cut.empty() && g_shell_parse_argv(cut.c_str(), nullptr, &parsed, nullptr)) {
-    for (gchar** p = parsed; *p != nullptr; ++p) argv.emplace_back(*p);
-    g_strfreev(parsed);
-  }
-  return startProgram(file, argv, false) ? kLaunched : 0;
+  return startProgram(file, platform::splitCommandLine(cut), false) ? kLaunched : 0;
 }
 
 int32_t makeShortcut(std::string_view file, std::string_view folder, std::string_view title) {

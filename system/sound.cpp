@@ -4,11 +4,11 @@
 
 #include "platform/sound.h"
 #include "system/kiosk.h"
-#include "paths/ascii.h"
+#include "support/text.h"
 
 namespace tessel::system {
 
-using paths::equalsIgnoringCase;
+using support::equalsIgnoringCase;
 
 uint32_t levelForVolume(int32_t volume) {
   if (volume <= 0) return 0;

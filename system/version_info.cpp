@@ -4,27 +4,17 @@
 #include <cstdio>
 #include <limits>
 
-#include "formats/four_char_code.h"
 #include "paths/paths.h"
 #include "platform/environment.h"
 #include "platform/launcher.h"
+#include "support/four_char_code.h"
+#include "support/text.h"
 
 namespace tessel::system {
 namespace {
 
-constexpr uint32_t code(const char (&c)[5]) {
-  return (static_cast<uint32_t>(static_cast<uint8_t>(c[0])) << 24) |
-         (static_cast<uint32_t>(static_cast<uint8_t>(c[1])) << 16) |
-         (static_cast<uint32_t>(static_cast<uint8_t>(c[2])) << 8) |
-         static_cast<uint32_t>(static_cast<uint8_t>(c[3]));
-}
-
-bool sameWord(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
-           return lower(x) == lower(y);
-         });
-}
+using support::fourCharCode;
+using support::equalsIgnoringCase;
 
 int32_t saturated(uint64_t n) {
   return n > 0x7FFFFFFFu ? 0x7FFFFFFF : static_cast<int32_t>(n);
@@ -59,28 +49,28 @@ KernelVersion parseKernelRelease(std::string_view release) {
 std::optional<int32_t> selectorResponse(uint32_t selector) {
   platform::EnvironmentService& env = platform::environmentService();
   switch (selector) {
-    case code("sysv"):
-    case code("sys1"):
-    case code("sys2"):
-    case code("sys3"): {
+    case fourCharCode("sysv"):
+    case fourCharCode("sys1"):
+    case fourCharCode("sys2"):
+    case fourCharCode("sys3"): {
       KernelVersion v = parseKernelRelease(env.kernelRelease());
       if (!v.known) return std::nullopt;
-      if (selector == code("sys1")) return v.major;
-      if (selector == code("sys2")) return v.minor;
-      if (selector == code("sys3")) return v.patch;
+      if (selector == fourCharCode("sys1")) return v.major;
+      if (selector == fourCharCode("sys2")) return v.minor;
+      if (selector == fourCharCode("sys3")) return v.patch;
       // Binary-coded decimal: two digits of major version, one each of minor and patch.
       return (twoBcdDigits(v.major) << 8) | (std::min(v.minor, 9) << 4) | std::min(v.patch, 9);
     }
-    case code("ram "):
-    case code("lram"):
-    case code("ramm"): {
+    case fourCharCode("ram "):
+    case fourCharCode("lram"):
+    case fourCharCode("ramm"): {
       auto m = env.memory();
       if (!m) return std::nullopt;
-      if (selector == code("ram ")) return saturated(m->total);
-      if (selector == code("ramm")) return saturated(m->total >> 20);
+      if (selector == fourCharCode("ram ")) return saturated(m->total);
+      if (selector == fourCharCode("ramm")) return saturated(m->total >> 20);
       return saturated(m->total + m->swapTotal);
     }
-    case code("pgsz"):
+    case fourCharCode("pgsz"):
       return saturated(env.pageSize());
     default:
       return std::nullopt;
@@ -103,22 +93,22 @@ std::string componentVersionText(uint32_t response) {
 }
 
 std::string version(std::string_view versionType) {
-  if (sameWord(versionType, "os")) return "Linux";
-  if (sameWord(versionType, "classic")) {
-    auto box = selectorResponse(code("bbox"));
+  if (equalsIgnoringCase(versionType, "os")) return "Linux";
+  if (equalsIgnoringCase(versionType, "classic")) {
+    auto box = selectorResponse(fourCharCode("bbox"));
     return box && (*box & 1) != 0 ? "1" : "0";
   }
-  if (sameWord(versionType, "mac")) {
-    int32_t major = selectorResponse(code("sys1")).value_or(0);
-    int32_t minor = selectorResponse(code("sys2")).value_or(0);
-    int32_t fix = selectorResponse(code("sys3")).value_or(0);
+  if (equalsIgnoringCase(versionType, "mac")) {
+    int32_t major = selectorResponse(fourCharCode("sys1")).value_or(0);
+    int32_t minor = selectorResponse(fourCharCode("sys2")).value_or(0);
+    int32_t fix = selectorResponse(fourCharCode("sys3")).value_or(0);
     char text[64];
     if (fix >= 1) std::snprintf(text, sizeof text, "%d.%d.%d", major, minor, fix);
     else std::snprintf(text, sizeof text, "%d.%d", major, minor);
     return text;
   }
-  if (sameWord(versionType, "qt") || sameWord(versionType, "qt3")) {
-    auto qt = selectorResponse(code("qtim"));
+  if (equalsIgnoringCase(versionType, "qt") || equalsIgnoringCase(versionType, "qt3")) {
+    auto qt = selectorResponse(fourCharCode("qtim"));
     return qt ? componentVersionText(static_cast<uint32_t>(*qt)) : "";
   }
   return "";
@@ -132,10 +122,10 @@ double memoryInfo(std::string_view infoType) {
   platform::EnvironmentService& env = platform::environmentService();
   auto m = env.memory();
   if (!m) return 0.0;
-  if (sameWord(infoType, "ram")) return static_cast<double>(m->total);
-  if (sameWord(infoType, "swap")) return static_cast<double>(m->swapTotal);
-  if (sameWord(infoType, "free")) return static_cast<double>(m->available);
-  if (sameWord(infoType, "max block")) {
+  if (equalsIgnoringCase(infoType, "ram")) return static_cast<double>(m->total);
+  if (equalsIgnoringCase(infoType, "swap")) return static_cast<double>(m->swapTotal);
+  if (equalsIgnoringCase(infoType, "free")) return static_cast<double>(m->available);
+  if (equalsIgnoringCase(infoType, "max block")) {
     uint64_t block = m->available;
     if (auto limit = env.addressSpaceLimit()) block = std::min(block, *limit);
     return static_cast<double>(block);
@@ -151,18 +141,18 @@ int32_t fontInstalled(std::string_view fontName, std::string_view) {
 // Creator codes of well-known applications, by what the application is for.
 std::string contentTypeOfCreator(uint32_t c) {
   switch (c) {
-    case code("ttxt"):  // the system's text editor
+    case fourCharCode("ttxt"):  // the system's text editor
       return "text/plain";
-    case code("MSIE"):  // web browsers
-    case code("sfri"):
+    case fourCharCode("MSIE"):  // web browsers
+    case fourCharCode("sfri"):
       return "x-scheme-handler/http";
-    case code("emal"):  // mail
+    case fourCharCode("emal"):  // mail
       return "x-scheme-handler/mailto";
-    case code("MACS"):  // the desktop's file manager
+    case fourCharCode("MACS"):  // the desktop's file manager
       return "inode/directory";
-    case code("prvw"):  // the document viewer
+    case fourCharCode("prvw"):  // the document viewer
       return "application/pdf";
-    case code("TVOD"):  // the media player
+    case fourCharCode("TVOD"):  // the media player
       return "video/quicktime";
     default:
       return "";
@@ -172,37 +162,37 @@ std::string contentTypeOfCreator(uint32_t c) {
 // File-type codes, by the documents they name.
 std::string contentTypeOfFileType(uint32_t c) {
   switch (c) {
-    case code("TEXT"):
+    case fourCharCode("TEXT"):
       return "text/plain";
-    case code("HTML"):
+    case fourCharCode("HTML"):
       return "text/html";
-    case code("RTF "):
+    case fourCharCode("RTF "):
       return "application/rtf";
-    case code("PDF "):
+    case fourCharCode("PDF "):
       return "application/pdf";
-    case code("JPEG"):
+    case fourCharCode("JPEG"):
       return "image/jpeg";
-    case code("PNGf"):
+    case fourCharCode("PNGf"):
       return "image/png";
-    case code("GIFf"):
+    case fourCharCode("GIFf"):
       return "image/gif";
-    case code("TIFF"):
+    case fourCharCode("TIFF"):
       return "image/tiff";
-    case code("BMPf"):
+    case fourCharCode("BMPf"):
       return "image/bmp";
-    case code("MooV"):
+    case fourCharCode("MooV"):
       return "video/quicktime";
-    case code("MPG4"):
+    case fourCharCode("MPG4"):
       return "video/mp4";
-    case code("MPG3"):
+    case fourCharCode("MPG3"):
       return "audio/mpeg";
-    case code("WAVE"):
+    case fourCharCode("WAVE"):
       return "audio/x-wav";
-    case code("AIFF"):
+    case fourCharCode("AIFF"):
       return "audio/x-aiff";
-    case code("ZIP "):
+    case fourCharCode("ZIP "):
       return "application/zip";
-    case code("fold"):
+    case fourCharCode("fold"):
       return "inode/directory";
     default:
       return "";
@@ -216,7 +206,7 @@ std::string findApp(std::string_view creator) {
     std::string type = launcher.contentTypeForExtension(std::string(creator.substr(1)));
     if (!type.empty()) app = launcher.defaultApplication(type);
   } else {
-    uint32_t c = formats::readFourCharCode(std::string(creator));
+    uint32_t c = support::readFourCharCode(std::string(creator));
     std::string type = contentTypeOfCreator(c);
     if (!type.empty()) app = launcher.defaultApplication(type);
     if (app.empty()) {

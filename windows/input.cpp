@@ -1,6 +1,6 @@
 #include "windows/input.h"
 
-#include "paths/ascii.h"
+#include "support/text.h"
 #include "platform/desktop.h"
 #include "windows/key_language.h"
 
@@ -21,9 +21,9 @@ int32_t keyIsDown(int32_t key) {
 }
 
 int32_t mouseClick(std::string_view type) {
-  int button = paths::equalsIgnoringCase(type, "left")     ? 1
-               : paths::equalsIgnoringCase(type, "right")  ? 3
-               : paths::equalsIgnoringCase(type, "middle") ? 2
+  int button = support::equalsIgnoringCase(type, "left")     ? 1
+               : support::equalsIgnoringCase(type, "right")  ? 3
+               : support::equalsIgnoringCase(type, "middle") ? 2
                                                            : 0;
   if (button != 0) platform::desktopService().click(button);
   return 0;

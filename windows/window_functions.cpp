@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <unordered_map>
 
-#include "formats/four_char_code.h"
-#include "paths/ascii.h"
+#include "support/four_char_code.h"
+#include "support/text.h"
 #include "paths/paths.h"
 #include "platform/desktop.h"
 #include "platform/files.h"
@@ -18,7 +18,7 @@ using platform::desktopService;
 
 std::string lower(std::string_view text) {
   std::string out(text);
-  for (char& c : out) c = paths::asciiLower(c);
+  for (char& c : out) c = support::asciiLower(c);
   return out;
 }
 
@@ -51,12 +51,12 @@ std::vector<std::pair<int32_t, std::vector<platform::ManagedWindow>>> windowsByP
 
 // A window's owner as a matching rule sees it: whole name, ignoring case.
 bool nameEquals(const Application& app, std::string_view name) {
-  return paths::equalsIgnoringCase(app.name, name);
+  return support::equalsIgnoringCase(app.name, name);
 }
 
 WaitState stateFor(std::string_view word) {
-  if (paths::equalsIgnoringCase(word, "inactive")) return WaitState::Inactive;
-  if (paths::equalsIgnoringCase(word, "closed")) return WaitState::Closed;
+  if (support::equalsIgnoringCase(word, "inactive")) return WaitState::Inactive;
+  if (support::equalsIgnoringCase(word, "closed")) return WaitState::Closed;
   return WaitState::Active;
 }
 
@@ -65,7 +65,7 @@ WaitState stateFor(std::string_view word) {
 uint32_t nameSignature(const std::string& name) {
   std::string four = name.substr(0, std::min<size_t>(4, name.size()));
   four.resize(4, ' ');
-  return formats::readFourCharCode(four);
+  return support::readFourCharCode(four);
 }
 
 uint32_t signature(const Application& app) {
@@ -119,7 +119,7 @@ int32_t frontmostProcess() {
 int32_t findWindow(std::string_view creator, std::string_view title) {
   if (creator.empty() && title.empty()) return 0;
   const bool byCreator = !creator.empty();
-  const uint32_t code = byCreator ? formats::readFourCharCode(std::string(creator)) : 0;
+  const uint32_t code = byCreator ? support::readFourCharCode(std::string(creator)) : 0;
   for (const Application& app : applications()) {
     if (!title.empty() && !nameEquals(app, title)) continue;
     if (byCreator && signature(app) != code) continue;
@@ -132,7 +132,7 @@ std::vector<int32_t> windowList(std::string_view windowClass, std::string_view c
                                 int32_t matchCaption) {
   const std::string wanted = lower(caption.substr(0, std::min<size_t>(caption.size(), 255)));
   const bool byClass = !windowClass.empty();
-  const uint32_t code = byClass ? formats::readFourCharCode(std::string(windowClass)) : 0;
+  const uint32_t code = byClass ? support::readFourCharCode(std::string(windowClass)) : 0;
   std::vector<int32_t> handles;
   for (const Application& app : applications()) {
     const bool captionMatches = matchCaption != 0 ? nameEquals(app, wanted)
@@ -148,13 +148,13 @@ std::string windowInfo(int32_t handle, std::string_view infoType) {
   const std::string invalid = "Invalid";
   auto app = application(handle);
   if (!app) return invalid;
-  if (paths::equalsIgnoringCase(infoType, "title") || paths::equalsIgnoringCase(infoType, "caption"))
+  if (support::equalsIgnoringCase(infoType, "title") || support::equalsIgnoringCase(infoType, "caption"))
     return app->name;
-  if (paths::equalsIgnoringCase(infoType, "class") || paths::equalsIgnoringCase(infoType, "creator"))
-    return formats::writeFourCharCode(signature(*app));
-  const bool wantsName = paths::equalsIgnoringCase(infoType, "filename");
-  if (wantsName || paths::equalsIgnoringCase(infoType, "filepath") ||
-      paths::equalsIgnoringCase(infoType, "app")) {
+  if (support::equalsIgnoringCase(infoType, "class") || support::equalsIgnoringCase(infoType, "creator"))
+    return support::writeFourCharCode(signature(*app));
+  const bool wantsName = support::equalsIgnoringCase(infoType, "filename");
+  if (wantsName || support::equalsIgnoringCase(infoType, "filepath") ||
+      support::equalsIgnoringCase(infoType, "app")) {
     std::string exe = desktopService().executablePath(handle);
     if (exe.empty()) return "";
     return wantsName ? baseName(exe) : paths::fromNative(exe, false);

@@ -7,8 +7,8 @@
 #include "files/progress_copy.h"
 #include "formats/cipher.h"
 #include "formats/dates.h"
-#include "formats/four_char_code.h"
-#include "paths/ascii.h"
+#include "support/four_char_code.h"
+#include "support/text.h"
 #include "paths/paths.h"
 #include "system/programs.h"
 #include "xtra/marshal.h"
@@ -40,12 +40,12 @@ MoaError pathToText(PMoaMmCallInfo info, Worker worker, size_t limit) {
 
 // A four-character code as text, "" when there is none.
 std::string codeText(bool found, uint32_t code) {
-  return found ? formats::writeFourCharCode(code) : std::string();
+  return found ? support::writeFourCharCode(code) : std::string();
 }
 
 // An empty Type or Creator stands for the code 0.
 uint32_t codeOf(const std::string& text) {
-  return text.empty() ? 0 : formats::readFourCharCode(text);
+  return text.empty() ? 0 : support::readFourCharCode(text);
 }
 
 }  // namespace
@@ -392,8 +392,8 @@ MoaError T::tsShell(PMoaMmCallInfo info) {
     // "terminal" and "system" run FileName as a command line, which is no path: its ":" and a
     // leading "@" stay as written. Every other operation opens FileName as a path.
     if (MoaError err = call.text(2, file, kPathLen)) return err;
-    if (!paths::equalsIgnoringCase(operation, "terminal") &&
-        !paths::equalsIgnoringCase(operation, "system"))
+    if (!support::equalsIgnoringCase(operation, "terminal") &&
+        !support::equalsIgnoringCase(operation, "system"))
       file = applyPathRule(file);
     if (MoaError err = call.text(3, args, kPathLen)) return err;
     if (MoaError err = call.path(4, workDir)) return err;

@@ -1,5 +1,5 @@
 // Lingo methods 1-11: information about the machine.
-#include "formats/four_char_code.h"
+#include "support/four_char_code.h"
 #include "formats/ini.h"
 #include "paths/paths.h"
 #include "system/version_info.h"
@@ -92,7 +92,7 @@ MoaError T::tsGestalt(PMoaMmCallInfo info) {
   return runMethod(info, [](MethodCall& call) -> MoaError {
     std::string selector;
     if (MoaError err = call.text(1, selector)) return err;
-    return call.returnInteger(system::gestalt(formats::readFourCharCode(selector)));
+    return call.returnInteger(system::gestalt(support::readFourCharCode(selector)));
   });
 }
 
@@ -100,7 +100,7 @@ MoaError T::tsGestaltExists(PMoaMmCallInfo info) {
   return runMethod(info, [](MethodCall& call) -> MoaError {
     std::string selector;
     if (MoaError err = call.text(1, selector)) return err;
-    return call.returnInteger(system::gestaltExists(formats::readFourCharCode(selector)));
+    return call.returnInteger(system::gestaltExists(support::readFourCharCode(selector)));
   });
 }
 

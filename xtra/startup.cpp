@@ -1,8 +1,7 @@
 // Start-up and shut-down of a scripting-class instance: acquiring the host services every method
 // uses, and learning which host runs the module.
-#include <strings.h>
-
 #include "platform/ui.h"
+#include "support/text.h"
 #include "xtra/host_extensions.h"
 #include "xtra/module.h"
 
@@ -47,7 +46,7 @@ MoaError scriptCreate(MoaObjectHeader* header) {
 
   char text[65];
   appInfoText(self->appInfo, kMoaAppInfo_ProductName, text);
-  state.hostIsDirector = strcasecmp(text, "Director") == 0;
+  state.hostIsDirector = support::equalsIgnoringCase(text, "Director");
 
   if ((err = acquire(cb, IID_IMoaMmUtils2, self->utilityA))) return err;
   services.utilityA = self->utilityA;
@@ -69,7 +68,7 @@ MoaError scriptCreate(MoaObjectHeader* header) {
   }
 
   appInfoText(self->appInfo, kMoaAppInfo_RunMode, text);
-  state.hostIsAuthoring = strcasecmp(text, "Author") == 0;
+  state.hostIsAuthoring = support::equalsIgnoringCase(text, "Author");
   acquireHostExtensions(cb);
 
   // The workers' windows and progress handler go through this instance's services.

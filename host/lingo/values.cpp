@@ -182,7 +182,7 @@ std::string lowerCase(std::string_view s) {
   for (size_t i = 0; i < out.size(); ++i) {
     auto b = static_cast<unsigned char>(out[i]);
     if (b < 0x80) {
-      out[i] = foldCase(out[i]);
+      out[i] = support::asciiLower(out[i]);
     } else if (b >= 0xC3 && b <= 0xD0 && i + 1 < out.size() &&
                (static_cast<unsigned char>(out[i + 1]) & 0xC0) == 0x80) {
       uint32_t c = ((b & 0x1Fu) << 6) | (static_cast<unsigned char>(out[i + 1]) & 0x3Fu);
@@ -200,7 +200,7 @@ bool equalNoCase(std::string_view a, std::string_view b) {
   for (size_t i = 0; i < a.size(); ++i) {
     if (static_cast<unsigned char>(a[i]) >= 0x80 || static_cast<unsigned char>(b[i]) >= 0x80)
       return lowerCase(a) == lowerCase(b);
-    if (foldCase(a[i]) != foldCase(b[i])) return false;
+    if (support::asciiLower(a[i]) != support::asciiLower(b[i])) return false;
   }
   return true;
 }
@@ -213,8 +213,8 @@ int compareNoCase(std::string_view a, std::string_view b) {
   }
   size_t n = a.size() < b.size() ? a.size() : b.size();
   for (size_t i = 0; i < n; ++i) {
-    auto ca = static_cast<unsigned char>(foldCase(a[i]));
-    auto cb = static_cast<unsigned char>(foldCase(b[i]));
+    auto ca = static_cast<unsigned char>(support::asciiLower(a[i]));
+    auto cb = static_cast<unsigned char>(support::asciiLower(b[i]));
     if (ca != cb) return ca < cb ? -1 : 1;
   }
   if (a.size() == b.size()) return 0;

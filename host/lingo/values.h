@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "host/value.h"
+#include "support/text.h"
 
 namespace tessel::lingo {
 
@@ -23,7 +24,6 @@ using host::Value;
 using host::Void;
 
 // ---- ASCII case folding (Lingo names, symbols and string comparison ignore case) -------------
-inline char foldCase(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
 std::string lowerCase(std::string_view s);
 bool equalNoCase(std::string_view a, std::string_view b);
 // <0, 0 or >0, comparing byte by byte after folding case.

@@ -415,4 +415,14 @@ std::unique_ptr<LauncherService> makeLinuxLauncherService() {
   return std::make_unique<LinuxLauncherService>();
 }
 
+std::vector<std::string> splitCommandLine(const std::string& commandLine) {
+  std::vector<std::string> words;
+  gchar** parsed = nullptr;
+  if (!commandLine.empty() && g_shell_parse_argv(commandLine.c_str(), nullptr, &parsed, nullptr)) {
+    for (gchar** p = parsed; *p != nullptr; ++p) words.emplace_back(*p);
+    g_strfreev(parsed);
+  }
+  return words;
+}
+
 }  // namespace tessel::platform

@@ -33,7 +33,7 @@ class AllMethods : public XtraTest {
   std::vector<Value> declaredArguments(const host::MethodInfo& method) {
     std::vector<Value> args;
     for (const auto& arg : method.args)
-      args.push_back(host::equalsIgnoreCase(arg.type, "string") ? Value(std::string())
+      args.push_back(host::equalsIgnoringCase(arg.type, "string") ? Value(std::string())
                                                                 : Value(int32_t{0}));
     return args;
   }

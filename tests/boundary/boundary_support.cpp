@@ -8,13 +8,13 @@ namespace tessel::testing {
 moa::MoaError TestMovie::callHandler(const std::string& name,
                                      const std::vector<host::Value>& args,
                                      host::Value& result) {
-  if (host::equalsIgnoreCase(name, "value")) {
+  if (host::equalsIgnoringCase(name, "value")) {
     ++valueCalls;
     // The only expressions the Xtra evaluates are the movie's and the application's folder.
     std::string expr = args.empty() || !args[0].isString() ? "" : args[0].string();
-    if (host::equalsIgnoreCase(expr, "the moviePath")) {
+    if (host::equalsIgnoringCase(expr, "the moviePath")) {
       result = host::Value(folder);
-    } else if (host::equalsIgnoreCase(expr, "the applicationPath")) {
+    } else if (host::equalsIgnoringCase(expr, "the applicationPath")) {
       result = host::Value(std::string("/usr/bin/"));
     } else {
       result = host::Value();
@@ -22,7 +22,7 @@ moa::MoaError TestMovie::callHandler(const std::string& name,
     return moa::kMoaErr_NoErr;
   }
   for (auto& [handler, fn] : handlers) {
-    if (host::equalsIgnoreCase(handler, name)) {
+    if (host::equalsIgnoringCase(handler, name)) {
       result = fn(args);
       return moa::kMoaErr_NoErr;
     }

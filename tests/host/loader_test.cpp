@@ -42,11 +42,11 @@ class FakeMovie : public Movie {
                        Value& result) override {
     last = name;
     lastArgs = args;
-    if (equalsIgnoreCase(name, "double") && args.size() == 1 && args[0].isInteger()) {
+    if (equalsIgnoringCase(name, "double") && args.size() == 1 && args[0].isInteger()) {
       result = Value(args[0].integer() * 2);
       return 0;
     }
-    if (equalsIgnoreCase(name, "greet")) {
+    if (equalsIgnoringCase(name, "greet")) {
       result = Value::list({Value("hi"), Value::symbol("there")});
       return 0;
     }

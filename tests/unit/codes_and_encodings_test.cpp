@@ -1,26 +1,26 @@
 #include <gtest/gtest.h>
 
-#include "formats/four_char_code.h"
+#include "support/four_char_code.h"
 #include "platform/text_encoding.h"
 
 using namespace tessel;
 
 TEST(FourCharCode, ReadsHighByteFirstAndSignExtendsTheOthers) {
-  EXPECT_EQ(formats::readFourCharCode("TEXT"), 0x54455854u);
+  EXPECT_EQ(support::readFourCharCode("TEXT"), 0x54455854u);
   // A byte of 0x80 or above after the first sets every bit above it.
-  EXPECT_EQ(formats::readFourCharCode("a\xA9" "bc"), 0xFFA96263u);
-  EXPECT_EQ(formats::readFourCharCode("ab\xB5" "c"), 0xFFFFB563u);
+  EXPECT_EQ(support::readFourCharCode("a\xA9" "bc"), 0xFFA96263u);
+  EXPECT_EQ(support::readFourCharCode("ab\xB5" "c"), 0xFFFFB563u);
   // The first byte is never sign-extended: 0xB5 "doc" stays as it is.
-  EXPECT_EQ(formats::readFourCharCode("\xB5" "doc"), 0xB5646F63u);
+  EXPECT_EQ(support::readFourCharCode("\xB5" "doc"), 0xB5646F63u);
   // Shorter texts read as if padded with zero bytes; longer ones use only four bytes.
-  EXPECT_EQ(formats::readFourCharCode("ab"), 0x61620000u);
-  EXPECT_EQ(formats::readFourCharCode(""), 0u);
-  EXPECT_EQ(formats::readFourCharCode("TEXTmore"), 0x54455854u);
+  EXPECT_EQ(support::readFourCharCode("ab"), 0x61620000u);
+  EXPECT_EQ(support::readFourCharCode(""), 0u);
+  EXPECT_EQ(support::readFourCharCode("TEXTmore"), 0x54455854u);
 }
 
 TEST(FourCharCode, WritesFourBytesHighestFirst) {
-  EXPECT_EQ(formats::writeFourCharCode(0x74747874u), "ttxt");
-  EXPECT_EQ(formats::writeFourCharCode(formats::readFourCharCode("\xB5" "doc")), "\xB5" "doc");
+  EXPECT_EQ(support::writeFourCharCode(0x74747874u), "ttxt");
+  EXPECT_EQ(support::writeFourCharCode(support::readFourCharCode("\xB5" "doc")), "\xB5" "doc");
 }
 
 TEST(TextEncoding, MacRomanRoundTripsWhatItCanHold) {

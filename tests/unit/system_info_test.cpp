@@ -3,7 +3,7 @@
 
 #include <map>
 
-#include "formats/four_char_code.h"
+#include "support/four_char_code.h"
 #include "paths/paths.h"
 #include "platform/environment.h"
 #include "platform/launcher.h"
@@ -80,7 +80,7 @@ class SystemInfo : public ::testing::Test {
     platform::setLauncherService(std::move(savedLauncher));
     paths::setReturnUnixNames(false);
   }
-  static uint32_t sel(const char* text) { return formats::readFourCharCode(text); }
+  static uint32_t sel(const char* text) { return support::readFourCharCode(text); }
 
   FakeEnvironment* env = nullptr;
   FakeLauncher* launcher = nullptr;

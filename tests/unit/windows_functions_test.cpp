@@ -1,7 +1,7 @@
 // Applications, matching, handles and the wait loop, on a scripted desktop.
 #include <gtest/gtest.h>
 
-#include "formats/four_char_code.h"
+#include "support/four_char_code.h"
 #include "tests/unit/desktop_fake.h"
 #include "windows/applications.h"
 #include "windows/wait_loop.h"
@@ -56,7 +56,7 @@ TEST_F(WindowFunctions, FindWindowMatchesNameAndSignature) {
   EXPECT_EQ(findWindow("", "Remote"), 0);  // remote clients are not processes of this machine
   EXPECT_EQ(findWindow("", "Gone"), 0);    // nor are ended ones
   // Short names are padded with spaces; the class answer finds its process again.
-  EXPECT_EQ(nameSignature("ab"), formats::readFourCharCode("ab  "));
+  EXPECT_EQ(nameSignature("ab"), support::readFourCharCode("ab  "));
   for (int32_t h : {100, 200, 300}) EXPECT_EQ(findWindow(windowInfo(h, "class"), ""), h) << h;
   EXPECT_EQ(windowInfo(100, "creator"), "tess");
 }

@@ -9,18 +9,15 @@
 #include "files/listings.h"
 #include "files/progress_run.h"
 #include "paths/paths.h"
+#include "support/text.h"
 
 namespace tessel::files {
 
 std::string shortProgressName(std::string_view name) {
   if (name.size() <= 31) return std::string(name);
-  auto continuation = [&](size_t i) {
-    return (static_cast<unsigned char>(name[i]) & 0xC0) == 0x80;
-  };
-  size_t head = 14;
-  while (head > 0 && continuation(head)) --head;
+  size_t head = support::utf8CutLength(name, 14);
   size_t tail = name.size() - 4;
-  while (tail < name.size() && continuation(tail)) ++tail;
+  while (tail < name.size() && support::isUtf8Continuation(name[tail])) ++tail;
   return std::string(name.substr(0, head)) + "..." + std::string(name.substr(tail));
 }
 

@@ -206,7 +206,7 @@ std::string findApp(std::string_view creator) {
     std::string type = launcher.contentTypeForExtension(std::string(creator.substr(1)));
     if (!type.empty()) app = launcher.defaultApplication(type);
   } else {
-    uint32_t c = support::readFourCharCode(std::string(creator));
+    uint32_t c = support::readFourCharCode(creator);
     std::string type = contentTypeOfCreator(c);
     if (!type.empty()) app = launcher.defaultApplication(type);
     if (app.empty()) {

@@ -15,12 +15,7 @@ namespace tessel::windows {
 namespace {
 
 using platform::desktopService;
-
-std::string lower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) c = support::asciiLower(c);
-  return out;
-}
+using support::asciiLowered;
 
 std::string baseName(const std::string& path) {
   size_t slash = path.rfind('/');
@@ -119,7 +114,7 @@ int32_t frontmostProcess() {
 int32_t findWindow(std::string_view creator, std::string_view title) {
   if (creator.empty() && title.empty()) return 0;
   const bool byCreator = !creator.empty();
-  const uint32_t code = byCreator ? support::readFourCharCode(std::string(creator)) : 0;
+  const uint32_t code = byCreator ? support::readFourCharCode(creator) : 0;
   for (const Application& app : applications()) {
     if (!title.empty() && !nameEquals(app, title)) continue;
     if (byCreator && signature(app) != code) continue;
@@ -130,13 +125,13 @@ int32_t findWindow(std::string_view creator, std::string_view title) {
 
 std::vector<int32_t> windowList(std::string_view windowClass, std::string_view caption,
                                 int32_t matchCaption) {
-  const std::string wanted = lower(caption.substr(0, std::min<size_t>(caption.size(), 255)));
+  const std::string wanted = asciiLowered(caption.substr(0, std::min<size_t>(caption.size(), 255)));
   const bool byClass = !windowClass.empty();
-  const uint32_t code = byClass ? support::readFourCharCode(std::string(windowClass)) : 0;
+  const uint32_t code = byClass ? support::readFourCharCode(windowClass) : 0;
   std::vector<int32_t> handles;
   for (const Application& app : applications()) {
     const bool captionMatches = matchCaption != 0 ? nameEquals(app, wanted)
-                                                  : lower(app.name).find(wanted) != std::string::npos;
+                                                  : asciiLowered(app.name).find(wanted) != std::string::npos;
     if (!captionMatches) continue;
     if (byClass && signature(app) != code) continue;
     handles.push_back(app.pid);

@@ -1,10 +1,10 @@
 #include "host/tessel/help_externals.h"
 
 #include <algorithm>
-#include <cctype>
 #include <sstream>
 
 #include "docs/tools/reference_text.h"
+#include "support/text.h"
 
 namespace tessel::runner {
 namespace {
@@ -12,14 +12,12 @@ namespace {
 // An id far above the Xtras' method ids.
 constexpr int kHelpId = 1 << 30;
 
-std::string lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
+using support::asciiLowered;
 
 const reference::HelpMethod* byName(const std::string& name) {
   for (size_t i = 0; i < reference::kHelpMethodCount; ++i)
-    if (lower(reference::kHelpMethods[i].name) == lower(name)) return &reference::kHelpMethods[i];
+    if (asciiLowered(reference::kHelpMethods[i].name) == asciiLowered(name))
+      return &reference::kHelpMethods[i];
   return nullptr;
 }
 
@@ -52,7 +50,7 @@ HelpExternals::HelpExternals(lingo::Externals& inner, std::function<void(const s
     : inner_(inner), print_(std::move(print)) {}
 
 int HelpExternals::lookup(const std::string& name) {
-  if (lower(name) == "help") return kHelpId;
+  if (asciiLowered(name) == "help") return kHelpId;
   return inner_.lookup(name);
 }
 
@@ -63,12 +61,12 @@ std::string HelpExternals::helpText(const std::string& query) {
   if (const reference::HelpMethod* m = byName(q)) return m->text;
   // Every word of the query in the name or the entry; names that match come first.
   std::vector<std::string> words;
-  std::stringstream ss(lower(q));
+  std::stringstream ss(asciiLowered(q));
   for (std::string w; ss >> w;) words.push_back(w);
   std::vector<const reference::HelpMethod*> byNameMatch, byText;
   for (size_t i = 0; i < reference::kHelpMethodCount; ++i) {
     const auto& m = reference::kHelpMethods[i];
-    std::string name = lower(m.name), text = lower(m.text);
+    std::string name = asciiLowered(m.name), text = asciiLowered(m.text);
     bool inName = std::all_of(words.begin(), words.end(), [&](const std::string& w) { return name.find(w) != std::string::npos; });
     bool inText = std::all_of(words.begin(), words.end(), [&](const std::string& w) { return text.find(w) != std::string::npos; });
     if (inName) byNameMatch.push_back(&m);

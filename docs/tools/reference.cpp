@@ -1,11 +1,12 @@
 #include "docs/tools/reference.h"
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
+
+#include "support/text.h"
 
 namespace tessel::reference {
 namespace {
@@ -286,8 +287,7 @@ std::vector<Example> parseExamples(const Section& sec, const std::string& file, 
     size_t close = i + 1;
     while (close < sec.body.size() && !isFence(sec.body[close].text)) ++close;
     if (close == sec.body.size()) throw Error(file, open, method + ": the ```" + lang + " block is never closed");
-    std::string lower = lang;
-    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    std::string lower = support::asciiLowered(lang);
     if (lower.empty()) throw Error(file, open, method + ": an example is a ```lingo block (say the language)");
     if (lower != "lingo") {
       // Another kind of block (a shell line, a file's text) is part of the prose.

@@ -352,11 +352,6 @@ std::vector<const Cache::RegistryEntry*> Cache::entries(const IMoaDict* xtraDict
 
 void Cache::failPut(const std::string& key, MoaError err) { failures_->keys[key] = err; }
 
-bool Cache::isCacheable(const IMoaDict* xtraDict) const {
-  FileEntry* file = fileOf(xtraDict);
-  return file != nullptr && file->cacheable;
-}
-
 MoaError Cache::EnumerateFileEntries(MoaCacheFileEntryProc proc, PMoaVoid refCon) {
   return guarded([&] {
     if (proc == nullptr) return kMoaErr_BadParam;

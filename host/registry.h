@@ -192,7 +192,6 @@ class Cache final : public moa::IMoaCache {
   // Makes Put of `key` fail in every dictionary of this cache.
   void failPut(const std::string& key, moa::MoaError err = moa::kMoaDictErr_CantWrite);
   void setInstanceMaker(InstanceMaker maker) { maker_ = std::move(maker); }
-  bool isCacheable(const moa::IMoaDict* xtraDict) const;
   const RefCount& refs() const { return refs_; }
 
  private:

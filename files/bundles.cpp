@@ -67,8 +67,6 @@ std::optional<std::string> infoValue(const std::string& folder, std::string_view
   return stringValue(info.get(), key);
 }
 
-bool hasInfo(const std::string& folder) { return readInfo(folder) != nullptr; }
-
 std::string bundleExecutable(const std::string& folder) {
   Plist info = readInfo(folder);
   if (!info) return "";

@@ -19,7 +19,4 @@ std::string bundleExecutable(const std::string& folder);
 // has no readable Info.plist or the key is missing or no string.
 std::optional<std::string> infoValue(const std::string& folder, std::string_view key);
 
-// True when the folder has a readable Info.plist (a bundle, with or without an executable).
-bool hasInfo(const std::string& folder);
-
 }  // namespace tessel::files::bundles

@@ -30,6 +30,9 @@ std::string_view cut(std::string_view text, size_t limit);
 // when it cannot be listed.
 std::optional<WalkFolder> openFolder(std::string_view styledPath);
 
+// Whether an item is at `native` (a link counts, whatever it points to).
+bool exists(const std::string& native);
+
 // Items a walk treats as files: regular files and symbolic links (which read as aliases). A link
 // is never entered, so no walk leaves its tree through one.
 bool isFileItem(platform::FileKind kind);

@@ -11,8 +11,6 @@ namespace tessel::files {
 
 // ---- Shared walks ------------------------------------------------------------------------------------
 
-// The general file-spec test of the delete, size and copy methods, for one item of a folder.
-bool matchFileSpec(std::string_view folder, std::string_view name, std::string_view fileSpec);
 // How many files directly in the folder match; 0 when the folder cannot be listed.
 int32_t countMatchingFiles(std::string_view folder, std::string_view fileSpec);
 // The total size (data and resource forks) of the matching files directly in the folder, or in

@@ -1,3 +1,6 @@
+// The value store: symbols, the slots values live in, the operations on values, lists and
+// property lists, and conversion to and from the host's own values. One file (a little over 600
+// lines) because every part works on the same slot table and its reference counts.
 #include "host/value_store.h"
 
 #include <algorithm>

@@ -27,6 +27,9 @@ std::optional<Application> application(int32_t pid);
 // desktop cannot be asked.
 int32_t frontmostProcess();
 
+// The file name of an executable's path.
+std::string executableName(const std::string& path);
+
 // The signature: the creator in the executable's Finder information, else nameSignature(name).
 uint32_t signature(const Application& app);
 

@@ -47,8 +47,7 @@ MoaError TStdXtra_IMoaMmXScript::Call(PMoaMmCallInfo call) {
   // A number outside the table is no error: the result stays VOID.
   if (selector < 1 || selector > 101) return kMoaErr_NoErr;
   const Operation operation = kOperations[static_cast<size_t>(selector)];
-  MoaError err = (this->*operation)(call);
-  return err != kMoaErr_NoErr ? err : kMoaErr_NoErr;
+  return (this->*operation)(call);
 }
 
 }  // namespace tessel::xtra

@@ -324,6 +324,9 @@ std::vector<Example> parseExamples(const Section& sec, const std::string& file, 
   return examples;
 }
 
+// One method's entry, read top to bottom as it is written: the method-table line, the
+// description, then the sections in their fixed order, each error naming the line it is about.
+// Splitting it would separate each check from the place in the entry it checks.
 Entry parseEntry(const std::string& name, int headingLine, const std::vector<Line>& body,
                  const std::string& file, const TableMethod& tm) {
   Entry e;

@@ -166,7 +166,8 @@ std::vector<std::string> outputLines(const std::string& text) {
 
 // Runs one example the way an author would see it: a fresh copy of the fixture as the movie
 // folder, a fresh empty HOME, no XDG folders set; without "needs: desktop" also no display, bus
-// or sound server. Returns "" when the output matches, else what went wrong.
+// or sound server. Returns "" when the output matches, else what went wrong. One run in the
+// order it happens (folder, environment, process, comparison), kept together.
 std::string runExample(const Entry& e, size_t n, const Example& ex, const std::string& tessel,
                        const std::string& xtras, const std::string& fixture) {
   // The same folder names as scripts that authors try examples with: /tmp/tessel-example.XXXXXX/movie.

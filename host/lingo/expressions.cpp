@@ -294,71 +294,75 @@ Value Interpreter::binaryOp(Op op, const Value& a, const Value& b) {
   }
 }
 
-Value Interpreter::arith(Op op, const Value& a, const Value& b) {
-  if (isDate(a) || isDate(b)) {
-    // A date plus or minus days is a date; a date minus a date is the days between them.
-    auto isList = [](const Value& v) { return v.isList() || (v.isPropList() && !isDate(v)); };
-    Value r;
-    if (op == Op::Sub && isDate(a) && isDate(b)) {
-      int64_t d = daysOf(a) - daysOf(b);
-      return Value(static_cast<int32_t>(std::clamp<int64_t>(d, INT32_MIN, INT32_MAX)));
-    }
-    if ((op == Op::Add || op == Op::Sub) && isDate(a) && !isList(b) && !isDate(b)) {
-      int64_t n = toInt(b, "date arithmetic");
-      r = makeDate(daysOf(a) + (op == Op::Add ? n : -n));
-    } else if (op == Op::Add && isDate(b) && !isList(a)) {
-      r = makeDate(daysOf(b) + toInt(a, "date arithmetic"));
-    } else {
-      fail("Only days can be added to or taken from a date");
-    }
-    trackResult(r);
-    return r;
+// A date plus or minus days is a date; a date minus a date is the days between them.
+Value Interpreter::dateArith(Op op, const Value& a, const Value& b) {
+  auto isList = [](const Value& v) { return v.isList() || (v.isPropList() && !isDate(v)); };
+  Value r;
+  if (op == Op::Sub && isDate(a) && isDate(b)) {
+    int64_t d = daysOf(a) - daysOf(b);
+    return Value(static_cast<int32_t>(std::clamp<int64_t>(d, INT32_MIN, INT32_MAX)));
   }
+  if ((op == Op::Add || op == Op::Sub) && isDate(a) && !isList(b) && !isDate(b)) {
+    int64_t n = toInt(b, "date arithmetic");
+    r = makeDate(daysOf(a) + (op == Op::Add ? n : -n));
+  } else if (op == Op::Add && isDate(b) && !isList(a)) {
+    r = makeDate(daysOf(b) + toInt(a, "date arithmetic"));
+  } else {
+    fail("Only days can be added to or taken from a date");
+  }
+  trackResult(r);
+  return r;
+}
+
+// Arithmetic with lists works item by item and makes a new list.
+Value Interpreter::listArith(Op op, const Value& a, const Value& b) {
   bool la = a.isList() || a.isPropList();
   bool lb = b.isList() || b.isPropList();
-  if (la || lb) {
-    // Arithmetic with lists works item by item and makes a new list.
-    checkStack();
-    tick();
-    if (a.isList() && b.isList()) {
-      const auto& x = a.listPtr()->items;
-      const auto& y = b.listPtr()->items;
-      size_t n = std::min(x.size(), y.size());
-      std::vector<Value> out;
-      out.reserve(n);
-      for (size_t i = 0; i < n; ++i) out.push_back(arith(op, x[i], y[i]));
-      return newList(std::move(out));
-    }
-    if (a.isList() && !lb) {
-      std::vector<Value> out;
-      for (const Value& item : a.listPtr()->items) out.push_back(arith(op, item, b));
-      return newList(std::move(out));
-    }
-    if (b.isList() && !la) {
-      std::vector<Value> out;
-      for (const Value& item : b.listPtr()->items) out.push_back(arith(op, a, item));
-      return newList(std::move(out));
-    }
-    if (a.isPropList() && !lb) {
-      std::vector<std::pair<Value, Value>> out;
-      for (const auto& kv : a.propListPtr()->items) out.emplace_back(kv.first, arith(op, kv.second, b));
-      return newPropList(std::move(out));
-    }
-    if (b.isPropList() && !la) {
-      std::vector<std::pair<Value, Value>> out;
-      for (const auto& kv : b.propListPtr()->items) out.emplace_back(kv.first, arith(op, a, kv.second));
-      return newPropList(std::move(out));
-    }
-    if (a.isPropList() && b.isPropList()) {
-      const auto& x = a.propListPtr()->items;
-      const auto& y = b.propListPtr()->items;
-      size_t n = std::min(x.size(), y.size());
-      std::vector<std::pair<Value, Value>> out;
-      for (size_t i = 0; i < n; ++i) out.emplace_back(x[i].first, arith(op, x[i].second, y[i].second));
-      return newPropList(std::move(out));
-    }
-    fail("Can't do arithmetic with a list and a property list");
+  checkStack();
+  tick();
+  if (a.isList() && b.isList()) {
+    const auto& x = a.listPtr()->items;
+    const auto& y = b.listPtr()->items;
+    size_t n = std::min(x.size(), y.size());
+    std::vector<Value> out;
+    out.reserve(n);
+    for (size_t i = 0; i < n; ++i) out.push_back(arith(op, x[i], y[i]));
+    return newList(std::move(out));
   }
+  if (a.isList() && !lb) {
+    std::vector<Value> out;
+    for (const Value& item : a.listPtr()->items) out.push_back(arith(op, item, b));
+    return newList(std::move(out));
+  }
+  if (b.isList() && !la) {
+    std::vector<Value> out;
+    for (const Value& item : b.listPtr()->items) out.push_back(arith(op, a, item));
+    return newList(std::move(out));
+  }
+  if (a.isPropList() && !lb) {
+    std::vector<std::pair<Value, Value>> out;
+    for (const auto& kv : a.propListPtr()->items) out.emplace_back(kv.first, arith(op, kv.second, b));
+    return newPropList(std::move(out));
+  }
+  if (b.isPropList() && !la) {
+    std::vector<std::pair<Value, Value>> out;
+    for (const auto& kv : b.propListPtr()->items) out.emplace_back(kv.first, arith(op, a, kv.second));
+    return newPropList(std::move(out));
+  }
+  if (a.isPropList() && b.isPropList()) {
+    const auto& x = a.propListPtr()->items;
+    const auto& y = b.propListPtr()->items;
+    size_t n = std::min(x.size(), y.size());
+    std::vector<std::pair<Value, Value>> out;
+    for (size_t i = 0; i < n; ++i) out.emplace_back(x[i].first, arith(op, x[i].second, y[i].second));
+    return newPropList(std::move(out));
+  }
+  fail("Can't do arithmetic with a list and a property list");
+}
+
+Value Interpreter::arith(Op op, const Value& a, const Value& b) {
+  if (isDate(a) || isDate(b)) return dateArith(op, a, b);
+  if (a.isList() || a.isPropList() || b.isList() || b.isPropList()) return listArith(op, a, b);
   Value x = toNumber(a);
   Value y = toNumber(b);
   if (op == Op::Mod || (x.isInteger() && y.isInteger())) {

@@ -200,6 +200,8 @@ class Interpreter : public host::Movie {
   Value unaryOp(Op op, const Value& v);
   Value binaryOp(Op op, const Value& a, const Value& b);
   Value arith(Op op, const Value& a, const Value& b);
+  Value dateArith(Op op, const Value& a, const Value& b);
+  Value listArith(Op op, const Value& a, const Value& b);
   Value indexGet(const Value& base, const Value& index);
   void indexSet(const Value& base, const Value& index, Value v);
   Value dotGet(const Value& base, Expr& e);

@@ -100,6 +100,9 @@ class Lexer {
     }
   }
 
+  // One token from the current character. Long on purpose: the branches are tried in this order
+  // (blanks, line ends, comments, continuations, strings, numbers, symbols, names, operators) and
+  // the order is the lexer's meaning, so it reads top to bottom in one place.
   void step() {
     char c = s_[i_];
     if (c == ' ' || c == '\t' || c == '\f' || c == '\v') {

@@ -151,6 +151,9 @@ void Parser::arguments(Expr& call) {
   }
 }
 
+// A primary expression: one case per token that can begin one, in one switch as the grammar
+// lists them (literals, names and calls, parenthesised expressions and lists, the chunk and
+// the-expressions, unary operators).
 ExprPtr Parser::primary() {
   Nest nest(*this);
   const Token& t = peek();

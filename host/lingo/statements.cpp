@@ -32,6 +32,8 @@ Interpreter::Flow Interpreter::execBlock(Block& block) {
   return Flow::Normal;
 }
 
+// Runs one statement: one case per statement kind, kept in one switch so that every kind and
+// the flow it answers are seen together; the larger statements call their own functions.
 Interpreter::Flow Interpreter::exec(Stmt& s) {
   line_ = s.line;
   tick();

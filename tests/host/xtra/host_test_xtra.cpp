@@ -219,6 +219,7 @@ struct ToolObject final : InterfaceObject<IMoaMmXTool> {
 };
 
 struct ScriptObject final : InterfaceObject<IMoaMmXScript> {
+  // The test Xtra's methods, one case each: a table the host tests call into, long by design.
   MoaError Call(PMoaMmCallInfo call) override {
     ScriptFields* f = fieldsOf(pObj);
     IMoaMmValue* v = f->value;

@@ -53,4 +53,8 @@ std::unique_ptr<LauncherService> setLauncherService(std::unique_ptr<LauncherServ
 
 std::unique_ptr<LauncherService> makeLinuxLauncherService();
 
+// The arguments a shell would make of `commandLine` (quotes and backslashes honoured), without
+// running a shell; empty when the line does not parse (an unclosed quote) or holds nothing.
+std::vector<std::string> splitCommandLine(const std::string& commandLine);
+
 }  // namespace tessel::platform

@@ -1,12 +1,11 @@
 #include "system/programs.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <optional>
 #include <vector>
 
 #include "files/file_queries.h"
+#include "paths/ascii.h"
 #include "paths/paths.h"
 #include "platform/files.h"
 #include "platform/launcher.h"
@@ -18,11 +17,7 @@ namespace {
 constexpr int32_t kLaunched = 33;
 constexpr size_t kCommandLen = 2048;  // a command line with its terminating zero
 
-bool sameWord(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return g_ascii_tolower(x) == g_ascii_tolower(y);
-         });
-}
+bool sameWord(std::string_view a, std::string_view b) { return paths::equalsIgnoringCase(a, b); }
 
 bool endsWith(std::string_view s, std::string_view tail) {
   return s.size() >= tail.size() && s.substr(s.size() - tail.size()) == tail;
@@ -118,13 +113,7 @@ int32_t shell(std::string_view operation, std::string_view file, std::string_vie
   // would end, then split as a shell would split them, without a shell.
   size_t head = std::string("open -a ").size() + shellQuote(file).size() + 1;
   std::string cut(head < kCommandLen - 1 ? args.substr(0, kCommandLen - 1 - head) : "");
-  std::vector<std::string> argv;
-  gchar** parsed = nullptr;
-  if (!cut.empty() && g_shell_parse_argv(cut.c_str(), nullptr, &parsed, nullptr)) {
-    for (gchar** p = parsed; *p != nullptr; ++p) argv.emplace_back(*p);
-    g_strfreev(parsed);
-  }
-  return startProgram(file, argv, false) ? kLaunched : 0;
+  return startProgram(file, platform::splitCommandLine(cut), false) ? kLaunched : 0;
 }
 
 int32_t makeShortcut(std::string_view file, std::string_view folder, std::string_view title) {

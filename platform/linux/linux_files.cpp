@@ -345,6 +345,21 @@ class LinuxFileService final : public FileService {
 
   int lastError() const override { return error_; }
 
+  int walk(const std::string& root, const std::vector<std::string>& names) override {
+    // O_PATH descriptors: a step needs search permission on its folder, not read permission.
+    int dir = ::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (dir < 0) return errno;
+    for (const std::string& name : names) {
+      int item = ::openat(dir, name.c_str(), O_PATH | O_CLOEXEC);
+      int error = item < 0 ? errno : 0;
+      ::close(dir);
+      if (item < 0) return error;
+      dir = item;
+    }
+    ::close(dir);
+    return 0;
+  }
+
   std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) override {
     if (mode != OpenMode::Read &&
         lockRefuses(path, mode == OpenMode::ReadWrite ? Change::Data : Change::Name))

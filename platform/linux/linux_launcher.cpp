@@ -415,4 +415,14 @@ std::unique_ptr<LauncherService> makeLinuxLauncherService() {
   return std::make_unique<LinuxLauncherService>();
 }
 
+std::vector<std::string> splitCommandLine(const std::string& commandLine) {
+  std::vector<std::string> argv;
+  gchar** parsed = nullptr;
+  if (!commandLine.empty() && g_shell_parse_argv(commandLine.c_str(), nullptr, &parsed, nullptr)) {
+    for (gchar** p = parsed; *p != nullptr; ++p) argv.emplace_back(*p);
+    g_strfreev(parsed);
+  }
+  return argv;
+}
+
 }  // namespace tessel::platform

@@ -112,6 +112,11 @@ std::string hfsOfNative(const std::string& native) {
 bool returnUnixNames() { return gReturnUnixNames; }
 void setReturnUnixNames(bool on) { gReturnUnixNames = on; }
 
+void resetPaths() {
+  gReturnUnixNames = false;
+  forgetVolumes();
+}
+
 // ---- Styles and separators ----------------------------------------------------------------------
 
 bool isUnixPath(std::string_view path) { return !path.empty() && path[0] == '/'; }

@@ -5,7 +5,8 @@
 // here are Linux file-system paths (paths::nativePath has already resolved both host styles).
 //
 // The service reports failures as false / nothing and leaves errno-style detail in `lastError()`,
-// which callers use only where a rule distinguishes causes (a missing item from a refused one).
+// which callers use only where a rule distinguishes causes (a missing item from a refused one);
+// `walk`, which has no other answer, returns its errno.
 #pragma once
 
 #include <array>

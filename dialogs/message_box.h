@@ -13,6 +13,8 @@ std::string msgBox(std::string_view msg, std::string_view caption, std::string_v
 void msgBoxButtons(std::string_view ok, std::string_view cancel, std::string_view yes,
                    std::string_view no, std::string_view retry, std::string_view ignore,
                    std::string_view abort);
+// The standard captions back, and no alert's button names remembered (the session's end).
+void resetMessageBoxes();
 
 struct MsgBoxExOptions {
   std::string msg, caption, button1, button2, button3, icon;

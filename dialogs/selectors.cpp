@@ -1,7 +1,6 @@
 #include "dialogs/selectors.h"
 
 #include <algorithm>
-#include <sys/stat.h>
 
 #include "dialogs/dialog_support.h"
 #include "files/listings.h"
@@ -17,13 +16,12 @@ namespace tessel::dialogs {
 namespace {
 
 bool isFolder(const std::string& path) {
-  struct stat st{};
-  return !path.empty() && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+  return !path.empty() && platform::fileService().isFolder(path);
 }
 
+// An item, a link only when what it points to exists.
 bool exists(const std::string& path) {
-  struct stat st{};
-  return !path.empty() && ::stat(path.c_str(), &st) == 0;
+  return !path.empty() && platform::fileService().kind(path).has_value();
 }
 
 // The Linux folder a start path names, or "" when it names none.

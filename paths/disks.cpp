@@ -1,9 +1,8 @@
 // Disk information, the disk list and ejection, on the volume model.
-#include <sys/stat.h>
-
 #include "support/text.h"
 #include "paths/paths.h"
 #include "paths/volume_model.h"
+#include "platform/files.h"
 
 namespace tessel::paths {
 using support::equalsIgnoringCase;
@@ -15,8 +14,7 @@ const Volume* volumeOfArgument(std::string_view drive) {
   std::string hfs = toHfsPath(drive);
   addTrailingSeparator(hfs);
   std::string native = nativePath(hfs);
-  struct stat st {};
-  if (native.empty() || ::stat(native.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return nullptr;
+  if (native.empty() || !platform::fileService().isFolder(native)) return nullptr;
   return volumeNamed(std::string_view(hfs).substr(0, hfs.find(':')));
 }
 

@@ -6,15 +6,12 @@
 // "/home/a:b").
 #include "paths/paths.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <vector>
 
 #include "support/text.h"
 #include "paths/volume_model.h"
+#include "platform/files.h"
 #include "platform/text_encoding.h"
 
 namespace tessel::paths {
@@ -71,18 +68,22 @@ std::string normalizeNative(std::string_view path) {
   return out.empty() ? std::string("/") : out;
 }
 
-struct FileKind {
+// What a path names, as the conversions need it: whether it exists, and whether it is a folder
+// (or a link to one).
+struct ItemKind {
   bool exists = false;
   bool folder = false;
 };
 
-FileKind kindOf(const std::string& native) {
-  FileKind kind;
-  struct stat st {};
-  if (native.empty() || ::lstat(native.c_str(), &st) != 0) return kind;
+ItemKind kindOf(const std::string& native) {
+  ItemKind kind;
+  if (native.empty()) return kind;
+  auto& files = platform::fileService();
+  auto own = files.kind(native, /*followLinks=*/false);
+  if (!own) return kind;
   kind.exists = true;
-  kind.folder = S_ISDIR(st.st_mode) ||
-                (S_ISLNK(st.st_mode) && ::stat(native.c_str(), &st) == 0 && S_ISDIR(st.st_mode));
+  kind.folder = *own == platform::FileKind::Folder ||
+                (*own == platform::FileKind::Link && files.isFolder(native));
   return kind;
 }
 
@@ -105,34 +106,17 @@ std::string hfsOfNative(const std::string& native) {
   return hfs;
 }
 
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  Fd& operator=(Fd&& other) noexcept {
-    if (this != &other) {
-      if (fd_ >= 0) ::close(fd_);
-      fd_ = other.fd_;
-      other.fd_ = -1;
-    }
-    return *this;
-  }
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
 }  // namespace
 
 // ---- The style switch ---------------------------------------------------------------------------
 
 bool returnUnixNames() { return gReturnUnixNames; }
 void setReturnUnixNames(bool on) { gReturnUnixNames = on; }
+
+void resetPaths() {
+  gReturnUnixNames = false;
+  forgetVolumes();
+}
 
 // ---- Styles and separators ----------------------------------------------------------------------
 
@@ -220,7 +204,7 @@ std::string toUnixPath(std::string_view path) {
   }
   // Through the volume's mount point, whether or not the item exists, so the answer is a path
   // other Linux programs can open or create.
-  FileKind kind = kindOf(native);
+  ItemKind kind = kindOf(native);
   std::string out = normalizeNative(native);
   if (kind.exists ? kind.folder : path.back() == ':') addTrailingSeparator(out);
   return out;
@@ -229,7 +213,7 @@ std::string toUnixPath(std::string_view path) {
 std::string toHfsPath(std::string_view path) {
   if (!isUnixPath(path)) return std::string(path);
   std::string native = nativePath(path);
-  FileKind kind = kindOf(native);
+  ItemKind kind = kindOf(native);
   // A missing "/Volumes/NAME/rest" of a volume that is not mounted stays textual: "NAME:rest".
   constexpr std::string_view kVolumes = "/Volumes/";
   if (!kind.exists && startsWithIgnoringCase(path, kVolumes)) {
@@ -251,25 +235,22 @@ std::string longPathName(std::string_view path) {
   const Volume* volume = volumeNamed(std::string_view(hfs).substr(0, colon));
   if (volume == nullptr) return "";
 
-  // One openat per component below the volume's root, so the walk is linear in the path.
-  Fd dir(::open(volume->mountPoint.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (dir.get() < 0) return "";
+  // Every component must exist; the walk takes one step per component below the volume's root.
   std::string out = hfs.substr(0, colon + 1);  // the volume name as written
+  std::vector<std::string> names;
   std::string_view rest = std::string_view(hfs).substr(colon + 1);
   while (!rest.empty()) {
     size_t next = rest.find(':');
     std::string_view part = rest.substr(0, next);
     if (part.empty()) return "";
-    std::string name = swapSeparators(part);
-    Fd item(::openat(dir.get(), name.c_str(), O_PATH | O_CLOEXEC));
-    if (item.get() < 0) return "";
+    names.push_back(swapSeparators(part));
     // Linux names are what they are: the long name of an existing item is the name as written.
     out += part;
     if (next == std::string_view::npos) break;
     out += ':';
     rest = rest.substr(next + 1);
-    dir = std::move(item);
   }
+  if (platform::fileService().walk(volume->mountPoint, names) != 0) return "";
   return out;
 }
 

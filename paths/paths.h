@@ -26,6 +26,9 @@ void setReturnUnixNames(bool on);
 // every later one in the same call reuses that reading.
 void beginCall();
 
+// The session's end: the style switch off, and the volume table read afresh when next asked.
+void resetPaths();
+
 // ---- Styles and conversions -------------------------------------------------------------------------
 
 bool isUnixPath(std::string_view path);

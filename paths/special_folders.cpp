@@ -1,7 +1,5 @@
 #include "paths/special_folders.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <vector>
@@ -10,6 +8,7 @@
 #include "support/text.h"
 #include "paths/paths.h"
 #include "paths/volume_model.h"
+#include "platform/files.h"
 #include "platform/folders.h"
 
 namespace tessel::paths {
@@ -171,8 +170,7 @@ std::vector<std::string> expandVariable(std::string_view name) {
 }
 
 bool isFolder(const std::string& path) {
-  struct stat st {};
-  return !path.empty() && path[0] == '/' && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+  return !path.empty() && path[0] == '/' && platform::fileService().isFolder(path);
 }
 
 // The XDG base folders are the user's whether or not they exist yet: a missing one is made

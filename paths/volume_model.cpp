@@ -1,11 +1,10 @@
 #include "paths/volume_model.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <unordered_set>
 
 #include "paths/paths.h"
+#include "platform/text_encoding.h"
 #include "support/text.h"
 
 namespace tessel::paths {
@@ -31,11 +30,7 @@ uint64_t& callCounter() {
 using support::cutUtf8;
 
 std::string cleanName(std::string name, const std::string& mountPoint) {
-  if (!g_utf8_validate(name.data(), static_cast<gssize>(name.size()), nullptr)) {
-    gchar* valid = g_utf8_make_valid(name.data(), static_cast<gssize>(name.size()));
-    name = valid;
-    g_free(valid);
-  }
+  name = platform::validUtf8(name);
   if (name.empty() && mountPoint != "/") name = mountPoint.substr(mountPoint.rfind('/') + 1);
   if (name.empty()) name = mountPoint == "/" ? std::string(kStartupVolumeName) : "Untitled";
   // Volume names are path components in both styles.
@@ -48,17 +43,7 @@ std::string cleanName(std::string name, const std::string& mountPoint) {
 
 void beginCall() { ++callCounter(); }
 
-std::string foldCase(std::string_view text) {
-  if (!g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr)) {
-    std::string folded(text);
-    for (char& c : folded) c = g_ascii_tolower(c);
-    return folded;
-  }
-  gchar* folded = g_utf8_casefold(text.data(), static_cast<gssize>(text.size()));
-  std::string result = folded;
-  g_free(folded);
-  return result;
-}
+std::string foldCase(std::string_view text) { return platform::foldCase(text); }
 
 std::vector<Volume> nameVolumes(std::vector<platform::MountedVolume> mounted) {
   // The start-up volume first, always present.

@@ -40,6 +40,8 @@ class EnvironmentService {
   virtual std::string hostName() = 0;
   // A variable of the process environment; nothing when it is not set.
   virtual std::optional<std::string> variable(const std::string& name) = 0;
+  // The folder holding the loaded module, with a trailing "/"; "" when the loader cannot tell.
+  virtual std::string moduleFolder() = 0;
 };
 
 // The service in use: the Linux backend unless a test installed another.

@@ -5,7 +5,8 @@
 // here are Linux file-system paths (paths::nativePath has already resolved both host styles).
 //
 // The service reports failures as false / nothing and leaves errno-style detail in `lastError()`,
-// which callers use only where a rule distinguishes causes (a missing item from a refused one).
+// which callers use only where a rule distinguishes causes (a missing item from a refused one);
+// `walk`, which has no other answer, returns its errno.
 #pragma once
 
 #include <array>
@@ -96,6 +97,19 @@ class FileService {
   virtual std::optional<FileInfo> info(const std::string& path, bool followLinks = true) = 0;
   // The errno of the last failed operation of this service (ENOENT, EACCES, EXDEV, ...).
   virtual int lastError() const = 0;
+  // What the path names (see info), nothing when it names nothing.
+  std::optional<FileKind> kind(const std::string& path, bool followLinks = true) {
+    auto item = info(path, followLinks);
+    return item ? std::optional<FileKind>(item->kind) : std::nullopt;
+  }
+  // An item of any kind, a dangling link included.
+  bool exists(const std::string& path) { return kind(path, /*followLinks=*/false).has_value(); }
+  // A folder, or a link to one.
+  bool isFolder(const std::string& path) { return kind(path) == FileKind::Folder; }
+  // Walks from the folder `root` down through `names`, one step per name (each step follows a
+  // link, and costs one system call, so the walk is linear in the path): 0 when the last name
+  // is reached, else the errno of the first step that failed (ENOENT, EACCES, ENOTDIR, ELOOP).
+  virtual int walk(const std::string& root, const std::vector<std::string>& names) = 0;
 
   // ---- Data -------------------------------------------------------------------------------------
   virtual std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) = 0;

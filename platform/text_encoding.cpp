@@ -1,5 +1,6 @@
 #include "platform/text_encoding.h"
 
+#include <glib.h>
 #include <iconv.h>
 
 #include <cerrno>
@@ -67,6 +68,27 @@ std::string utf8ToMacRoman(std::string_view utf8) {
                    size_t n = utf8SequenceLength(static_cast<unsigned char>(*src));
                    return n <= srcLeft ? n : srcLeft;
                  });
+}
+
+std::string validUtf8(std::string_view text) {
+  if (g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr))
+    return std::string(text);
+  gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+  std::string result = valid;
+  g_free(valid);
+  return result;
+}
+
+std::string foldCase(std::string_view text) {
+  if (!g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr)) {
+    std::string folded(text);
+    for (char& c : folded) c = g_ascii_tolower(c);
+    return folded;
+  }
+  gchar* folded = g_utf8_casefold(text.data(), static_cast<gssize>(text.size()));
+  std::string result = folded;
+  g_free(folded);
+  return result;
 }
 
 }  // namespace tessel::platform

@@ -1,9 +1,9 @@
 #include "windows/key_language.h"
 
-#include <X11/keysym.h>
-
 #include <array>
 #include <string>
+
+#include "windows/keysyms.h"
 
 namespace tessel::windows {
 namespace {
@@ -97,46 +97,46 @@ struct UsKey {
 };
 
 constexpr UsKey kUsKeys[] = {
-    {18, XK_1, XK_exclam},          {19, XK_2, XK_at},
-    {20, XK_3, XK_numbersign},      {21, XK_4, XK_dollar},
-    {23, XK_5, XK_percent},         {22, XK_6, XK_asciicircum},
-    {26, XK_7, XK_ampersand},       {28, XK_8, XK_asterisk},
-    {25, XK_9, XK_parenleft},       {29, XK_0, XK_parenright},
-    {49, XK_space, XK_space},       {39, XK_apostrophe, XK_quotedbl},
-    {43, XK_comma, XK_less},        {27, XK_minus, XK_underscore},
-    {47, XK_period, XK_greater},    {44, XK_slash, XK_question},
-    {41, XK_semicolon, XK_colon},   {24, XK_equal, XK_plus},
-    {33, XK_bracketleft, XK_braceleft}, {42, XK_backslash, XK_bar},
-    {30, XK_bracketright, XK_braceright}, {50, XK_grave, XK_asciitilde},
-    {126, XK_Up, XK_Up},            {125, XK_Down, XK_Down},
-    {123, XK_Left, XK_Left},        {124, XK_Right, XK_Right},
-    {48, XK_Tab, XK_Tab},           {51, XK_BackSpace, XK_BackSpace},
-    {121, XK_Next, XK_Next},        {116, XK_Prior, XK_Prior},
-    {117, XK_Delete, XK_Delete},    {115, XK_Home, XK_Home},
-    {119, XK_End, XK_End},          {53, XK_Escape, XK_Escape},
-    {36, XK_Return, XK_Return},     {76, XK_KP_Enter, XK_KP_Enter},
+    {18, ks::d1, ks::exclam},          {19, ks::d2, ks::at},
+    {20, ks::d3, ks::numbersign},      {21, ks::d4, ks::dollar},
+    {23, ks::d5, ks::percent},         {22, ks::d6, ks::asciicircum},
+    {26, ks::d7, ks::ampersand},       {28, ks::d8, ks::asterisk},
+    {25, ks::d9, ks::parenleft},       {29, ks::d0, ks::parenright},
+    {49, ks::space, ks::space},       {39, ks::apostrophe, ks::quotedbl},
+    {43, ks::comma, ks::less},        {27, ks::minus, ks::underscore},
+    {47, ks::period, ks::greater},    {44, ks::slash, ks::question},
+    {41, ks::semicolon, ks::colon},   {24, ks::equal, ks::plus},
+    {33, ks::bracketleft, ks::braceleft}, {42, ks::backslash, ks::bar},
+    {30, ks::bracketright, ks::braceright}, {50, ks::grave, ks::asciitilde},
+    {126, ks::Up, ks::Up},            {125, ks::Down, ks::Down},
+    {123, ks::Left, ks::Left},        {124, ks::Right, ks::Right},
+    {48, ks::Tab, ks::Tab},           {51, ks::BackSpace, ks::BackSpace},
+    {121, ks::Next, ks::Next},        {116, ks::Prior, ks::Prior},
+    {117, ks::Delete, ks::Delete},    {115, ks::Home, ks::Home},
+    {119, ks::End, ks::End},          {53, ks::Escape, ks::Escape},
+    {36, ks::Return, ks::Return},     {76, ks::KP_Enter, ks::KP_Enter},
     // The key in Help's place on PC keyboards.
-    {114, XK_Insert, XK_Insert},
-    {122, XK_F1, XK_F1},            {120, XK_F2, XK_F2},
-    {99, XK_F3, XK_F3},             {118, XK_F4, XK_F4},
-    {96, XK_F5, XK_F5},             {97, XK_F6, XK_F6},
-    {98, XK_F7, XK_F7},             {100, XK_F8, XK_F8},
-    {101, XK_F9, XK_F9},            {109, XK_F10, XK_F10},
-    {103, XK_F11, XK_F11},          {111, XK_F12, XK_F12},
-    {105, XK_F13, XK_F13},          {107, XK_F14, XK_F14},
-    {113, XK_F15, XK_F15},
-    {kCommand, XK_Super_L, XK_Super_L}, {kShift, XK_Shift_L, XK_Shift_L},
-    {kOption, XK_Alt_L, XK_Alt_L},  {kControl, XK_Control_L, XK_Control_L},
-    {57, XK_Caps_Lock, XK_Caps_Lock},
-    {81, XK_KP_Equal, XK_KP_Equal}, {82, XK_KP_0, XK_KP_0},
-    {83, XK_KP_1, XK_KP_1},         {84, XK_KP_2, XK_KP_2},
-    {85, XK_KP_3, XK_KP_3},         {86, XK_KP_4, XK_KP_4},
-    {87, XK_KP_5, XK_KP_5},         {88, XK_KP_6, XK_KP_6},
-    {89, XK_KP_7, XK_KP_7},         {91, XK_KP_8, XK_KP_8},
-    {92, XK_KP_9, XK_KP_9},         {67, XK_KP_Multiply, XK_KP_Multiply},
-    {69, XK_KP_Add, XK_KP_Add},     {78, XK_KP_Subtract, XK_KP_Subtract},
-    {65, XK_KP_Decimal, XK_KP_Decimal}, {75, XK_KP_Divide, XK_KP_Divide},
-    {71, XK_Num_Lock, XK_Num_Lock}};
+    {114, ks::Insert, ks::Insert},
+    {122, ks::F1, ks::F1},            {120, ks::F2, ks::F2},
+    {99, ks::F3, ks::F3},             {118, ks::F4, ks::F4},
+    {96, ks::F5, ks::F5},             {97, ks::F6, ks::F6},
+    {98, ks::F7, ks::F7},             {100, ks::F8, ks::F8},
+    {101, ks::F9, ks::F9},            {109, ks::F10, ks::F10},
+    {103, ks::F11, ks::F11},          {111, ks::F12, ks::F12},
+    {105, ks::F13, ks::F13},          {107, ks::F14, ks::F14},
+    {113, ks::F15, ks::F15},
+    {kCommand, ks::Super_L, ks::Super_L}, {kShift, ks::Shift_L, ks::Shift_L},
+    {kOption, ks::Alt_L, ks::Alt_L},  {kControl, ks::Control_L, ks::Control_L},
+    {57, ks::Caps_Lock, ks::Caps_Lock},
+    {81, ks::KP_Equal, ks::KP_Equal}, {82, ks::KP_0, ks::KP_0},
+    {83, ks::KP_1, ks::KP_1},         {84, ks::KP_2, ks::KP_2},
+    {85, ks::KP_3, ks::KP_3},         {86, ks::KP_4, ks::KP_4},
+    {87, ks::KP_5, ks::KP_5},         {88, ks::KP_6, ks::KP_6},
+    {89, ks::KP_7, ks::KP_7},         {91, ks::KP_8, ks::KP_8},
+    {92, ks::KP_9, ks::KP_9},         {67, ks::KP_Multiply, ks::KP_Multiply},
+    {69, ks::KP_Add, ks::KP_Add},     {78, ks::KP_Subtract, ks::KP_Subtract},
+    {65, ks::KP_Decimal, ks::KP_Decimal}, {75, ks::KP_Divide, ks::KP_Divide},
+    {71, ks::Num_Lock, ks::Num_Lock}};
 
 }  // namespace
 
@@ -201,15 +201,15 @@ uint32_t usKeysym(uint16_t code, bool shift) {
     return shift ? lower - 32 : lower;
   }
   switch (code) {  // the other letters
-    case 31: return shift ? XK_O : XK_o;
-    case 32: return shift ? XK_U : XK_u;
-    case 34: return shift ? XK_I : XK_i;
-    case 35: return shift ? XK_P : XK_p;
-    case 37: return shift ? XK_L : XK_l;
-    case 38: return shift ? XK_J : XK_j;
-    case 40: return shift ? XK_K : XK_k;
-    case 45: return shift ? XK_N : XK_n;
-    case 46: return shift ? XK_M : XK_m;
+    case 31: return shift ? ks::O : ks::o;
+    case 32: return shift ? ks::U : ks::u;
+    case 34: return shift ? ks::I : ks::i;
+    case 35: return shift ? ks::P : ks::p;
+    case 37: return shift ? ks::L : ks::l;
+    case 38: return shift ? ks::J : ks::j;
+    case 40: return shift ? ks::K : ks::k;
+    case 45: return shift ? ks::N : ks::n;
+    case 46: return shift ? ks::M : ks::m;
     default: break;
   }
   for (const UsKey& key : kUsKeys)
@@ -290,14 +290,14 @@ uint16_t keyCodeForKeyNumber(int32_t key) {
 
 std::vector<uint32_t> keysymsForKeyDown(uint16_t code) {
   switch (code) {
-    case kShift: return {XK_Shift_L, XK_Shift_R};
-    case kControl: return {XK_Control_L, XK_Control_R};
-    case kOption: return {XK_Alt_L, XK_Alt_R};
-    case kCommand: return {XK_Super_L, XK_Super_R};
-    case 105: return {XK_F13, XK_Print};
-    case 107: return {XK_F14, XK_Scroll_Lock};
-    case 113: return {XK_F15, XK_Pause};
-    case 114: return {XK_Insert, XK_Help};
+    case kShift: return {ks::Shift_L, ks::Shift_R};
+    case kControl: return {ks::Control_L, ks::Control_R};
+    case kOption: return {ks::Alt_L, ks::Alt_R};
+    case kCommand: return {ks::Super_L, ks::Super_R};
+    case 105: return {ks::F13, ks::Print};
+    case 107: return {ks::F14, ks::Scroll_Lock};
+    case 113: return {ks::F15, ks::Pause};
+    case 114: return {ks::Insert, ks::Help};
     default: break;
   }
   if (uint32_t keysym = usKeysym(code, false)) return {keysym};

@@ -1,46 +1,31 @@
 // The "Tessel Help" tool-menu entry: in the authoring environment it opens the help document.
-#include <dlfcn.h>
-#include <gio/gio.h>
-#include <sys/stat.h>
-
 #include <string>
 
 #include "paths/paths.h"
+#include "platform/environment.h"
+#include "platform/files.h"
+#include "platform/launcher.h"
 #include "xtra/module.h"
 
 namespace tessel::xtra {
 namespace {
 
 bool exists(const std::string& path, bool folder) {
-  struct stat st {};
-  return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) == folder;
+  auto kind = platform::fileService().kind(path);
+  return kind && (*kind == platform::FileKind::Folder) == folder;
 }
 
-// Hands a file or folder to the desktop's default application for it.
+// Hands a file or folder to the desktop's default application for it, through the launcher, so
+// a desktop that does not answer holds the host no longer than any other launch.
 void openWithDefaultApplication(const std::string& path) {
-  GFile* file = g_file_new_for_path(path.c_str());
-  char* uri = g_file_get_uri(file);
-  g_app_info_launch_default_for_uri(uri, nullptr, nullptr);
-  g_free(uri);
-  g_object_unref(file);
-}
-
-// The folder holding this module, with a trailing "/"; "" when it can't be found.
-std::string moduleFolder() {
-  Dl_info info{};
-  if (dladdr(reinterpret_cast<void*>(&openHelpDocument), &info) == 0 || info.dli_fname == nullptr)
-    return "";
-  std::string path = info.dli_fname;
-  size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return "";
-  return path.substr(0, slash + 1);
+  platform::launcherService().openDocument(path);
 }
 
 }  // namespace
 
 void openHelpDocument() {
   // The document beside the module...
-  std::string folder = moduleFolder();
+  std::string folder = platform::environmentService().moduleFolder();
   if (!folder.empty()) {
     std::string document = folder + "Tessel Help.html";
     if (exists(document, false)) {

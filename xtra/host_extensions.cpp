@@ -1,7 +1,6 @@
 #include "xtra/host_extensions.h"
 
 #include "platform/kiosk.h"
-#include "system/kiosk.h"
 #include "moa/tessel_interrupt.h"
 #include "moa/tessel_stage.h"
 
@@ -40,7 +39,6 @@ void acquireHostExtensions(IMoaCallback* callback) {
 }
 
 void releaseHostExtensions() {
-  system::restoreKiosk();
   platform::setKeyboardHolder(nullptr);
   release(stage);
   release(interrupt);

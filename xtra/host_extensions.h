@@ -9,7 +9,7 @@ namespace tessel::xtra {
 
 // Asks the host for its extensions; the kiosk keyboard hold goes through the stage.
 void acquireHostExtensions(IMoaCallback* callback);
-// Puts back what the kiosk methods changed, then lets go of the extensions.
+// Lets go of the extensions (endSession has put back what the kiosk methods changed).
 void releaseHostExtensions();
 
 // Whether the user asked the running script to stop; false with a host that cannot say.

@@ -45,6 +45,14 @@ struct ModuleState {
 };
 ModuleState& moduleState();
 
+// The end of a scripting instance's session: every setting a movie made and everything the
+// subsystems keep between calls goes back to what a freshly loaded module has, so a host that
+// loads, unloads and loads the module again (the image may stay mapped) starts clean. That state
+// is: the kiosk (stage layer, held keyboard: put back while the host's stage is still held), the
+// path style and the volume table (paths), the button captions and the last alert's button names
+// (dialogs), and the open file search (files).
+void endSession();
+
 // ---- Instance records ------------------------------------------------------------------------------
 
 // A scripting-class instance is the host's standard header followed by these fields: one

@@ -1,7 +1,11 @@
 // Start-up and shut-down of a scripting-class instance: acquiring the host services every method
 // uses, and learning which host runs the module.
+#include "dialogs/message_box.h"
+#include "files/file_search.h"
+#include "paths/paths.h"
 #include "platform/ui.h"
 #include "support/text.h"
+#include "system/kiosk.h"
 #include "xtra/host_extensions.h"
 #include "xtra/module.h"
 
@@ -90,8 +94,18 @@ MoaError scriptShutdown(TesselScriptFields* self) {
   return kMoaErr_NoErr;
 }
 
+void endSession() {
+  system::restoreKiosk();
+  paths::resetPaths();
+  dialogs::resetMessageBoxes();
+  files::findClose();
+}
+
 void scriptDestroy(MoaObjectHeader* header) {
-  if (moduleState().scriptInstance == header) releaseHostExtensions();
+  if (moduleState().scriptInstance == header) {
+    endSession();
+    releaseHostExtensions();
+  }
   scriptShutdown(scriptFields(header));
   ModuleState& state = moduleState();
   if (state.scriptInstance == header) {

@@ -180,6 +180,18 @@ class LinuxEnvironmentService final : public EnvironmentService {
     return name;
   }
 
+  // The module has no bundle: the dynamic loader knows the file this code was mapped from.
+  std::string moduleFolder() override {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&environmentService), &info) == 0 ||
+        info.dli_fname == nullptr)
+      return "";
+    std::string path = info.dli_fname;
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return "";
+    return path.substr(0, slash + 1);
+  }
+
   std::optional<std::string> variable(const std::string& name) override {
     const char* value = std::getenv(name.c_str());
     if (value == nullptr) return std::nullopt;

@@ -1,9 +1,26 @@
 #include "tests/boundary/boundary_support.h"
 
 #include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <cstring>
+
 namespace tessel::testing {
+
+bool silenceSessionBus(const std::filesystem::path& folder) {
+  std::filesystem::path bus = folder / "bus";
+  int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, bus.c_str(), sizeof address.sun_path - 1);
+  bool listening = listener >= 0 &&
+                   ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+                   ::listen(listener, 16) == 0;
+  setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + bus.string()).c_str(), 1);
+  return listening;  // the listener stays open for the rest of the process
+}
 
 moa::MoaError TestMovie::callHandler(const std::string& name,
                                      const std::vector<host::Value>& args,

@@ -60,6 +60,10 @@ class XtraTest : public ::testing::Test {
   host::HostOptions options_;
 };
 
+// Points DBUS_SESSION_BUS_ADDRESS at a socket in `folder` that accepts connections and never
+// answers: a session bus gone silent. False when the socket could not be made.
+bool silenceSessionBus(const std::filesystem::path& folder);
+
 // The start-up volume's name as the module reports it ("Name:" in HFS style).
 std::string startupVolumeName(host::Host& host);
 

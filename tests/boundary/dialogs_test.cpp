@@ -628,5 +628,32 @@ TEST_F(DialogsWithoutDisplay, EveryDialogAnswersAtOnce) {
   EXPECT_EQ(c.resourcesBegun + c.resourcesEnded + c.modalDialogsBegun + c.modalDialogsEnded, 0);
 }
 
+// What a movie set in one session is gone in the next: a host that unloads the module and loads
+// it again finds HFS paths, the standard button captions and no open search.
+TEST_F(Dialogs, ANewSessionStartsWithTheDefaults) {
+  TempDir dir;
+  dir.file("one.txt", "1");
+  dir.file("two.txt", "2");
+  const std::string folder = dir.str();
+  unixNames(true);
+  call("tsMsgBoxButtons", {"", "", "Oui", "Non", "", "", ""});
+  ASSERT_EQ(text("tsFindFirstFile", {Value(folder), Value("*.txt")}).front(), '/');
+
+  host_->unloadAll();
+  host_ = std::make_unique<host::Host>(options_);
+  host_->setMovie(&movie_);
+  ASSERT_EQ(host_->loadXtras(xtrasFolder()), 1);
+
+  EXPECT_EQ(text("tsFindNextFile"), "");  // the search of the last session is closed
+  std::string hit = text("tsFindFirstFile", {Value(folder), Value("*.txt")});
+  EXPECT_FALSE(hit.empty() || hit.front() == '/') << hit;  // HFS again
+  call("tsFindClose");
+  Value v = answer("tsMsgBox", {"Again?", "", "yesno", "", 0}, [&](unsigned long) {
+    EXPECT_EQ(labels(shown()), (std::vector<std::string>{"No", "Yes"}));
+    keys("Return");
+  });
+  EXPECT_EQ(v.string(), "Yes");
+}
+
 }  // namespace
 }  // namespace tessel::testing

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -294,9 +295,9 @@ TEST(Module, MethodOperationsSitInTheClassesOwnSlots) {
 // application for it, in the authoring environment only. The default application is a script of
 // the test's own, registered for HTML in a private XDG configuration. Each case runs in a fresh
 // process (a re-executed death test), so the desktop settings are read from its own folders.
-bool helpToolOpensTheDocument(const std::string& mode) {
-  TempDir dir;
-  std::string marker = dir.str() + "/opened";
+// Registers a script of the test's own as the default application for HTML, in a private XDG
+// configuration under `dir`; it writes the path it opens to `marker`.
+void registerHtmlViewer(const TempDir& dir, const std::string& marker) {
   std::filesystem::create_directories(dir.path() / "data/applications");
   std::filesystem::create_directories(dir.path() / "config");
   std::string script = dir.file("viewer.sh", "#!/bin/sh\necho \"$1\" > " + marker + "\n");
@@ -309,7 +310,12 @@ bool helpToolOpensTheDocument(const std::string& mode) {
   setenv("XDG_DATA_HOME", (dir.str() + "/data").c_str(), 1);
   setenv("XDG_DATA_DIRS", (dir.str() + "/data:/usr/local/share:/usr/share").c_str(), 1);
   setenv("XDG_CONFIG_HOME", (dir.str() + "/config").c_str(), 1);
+}
 
+bool helpToolOpensTheDocument(const std::string& mode) {
+  TempDir dir;
+  std::string marker = dir.str() + "/opened";
+  registerHtmlViewer(dir, marker);
   host::HostOptions options;
   options.runMode = mode;
   host::Host host(options);
@@ -330,6 +336,39 @@ TEST(HelpTool, OpensTheHelpDocumentOnlyWhileAuthoring) {
               ::testing::ExitedWithCode(0), "");
   EXPECT_EXIT(std::_Exit(helpToolOpensTheDocument("Projector") ? 1 : 0),
               ::testing::ExitedWithCode(0), "");
+}
+
+// The help tool launches as every document launch does: on a session bus that accepts
+// connections and never answers, it gives up after the launcher's deadline, and a second try
+// while the first is stuck returns at once. The case runs in a fresh process (a re-executed death
+// test), so its GIO meets that bus first; an alarm ends it should the tool hang.
+TEST(HelpTool, GivesUpOnASilentSessionBus) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        ::alarm(20);
+        TempDir dir;
+        registerHtmlViewer(dir, dir.str() + "/opened");
+        bool silent = silenceSessionBus(dir.path());
+        host::HostOptions options;
+        options.runMode = "Author";
+        host::Host host(options);
+        bool loaded = host.loadXtras(xtrasFolder()) == 1;
+        auto start = std::chrono::steady_clock::now();
+        auto seconds = [&] {
+          std::chrono::duration<double> d = std::chrono::steady_clock::now() - start;
+          start = std::chrono::steady_clock::now();
+          return d.count();
+        };
+        bool invoked = host.invokeTool("Tessel Help") == 0;
+        double first = seconds();
+        invoked = invoked && host.invokeTool("Tessel Help") == 0;
+        double second = seconds();
+        std::fprintf(stderr, "help tool: %.2f s, again %.2f s\n", first, second);
+        std::_Exit(silent && loaded && invoked && first > 2.5 && first < 4.5 && second < 0.5 ? 0
+                                                                                           : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -4,8 +4,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -399,15 +397,7 @@ TEST_F(Handlers, LaunchesGiveUpOnASilentSessionBus) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
-        fs::path bus = dir_.path() / "bus";
-        int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, bus.c_str(), sizeof address.sun_path - 1);
-        bool listening =
-            ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-            ::listen(listener, 16) == 0;
-        setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + bus.string()).c_str(), 1);
+        bool listening = silenceSessionBus(dir_.path());
         std::string recorder = dir_.str() + "/share/applications/recorder.desktop";
         auto start = Clock::now();
         int32_t first = run(recorder, "", 0);

@@ -36,6 +36,9 @@ class FakeFileService final : public FileService {
   std::set<std::string> hiddenListed;
   // Counts of calls, for tests that check how often a folder is read.
   int listings = 0;
+  // Faults to inject: the next call of an operation ("copyFile", "rename") fails with the errno.
+  // A failing copyFile leaves half of the copy behind, as a full disk does.
+  std::map<std::string, int> failNext;
 
   FakeFileService() { nodes_["/"] = Node{FileKind::Folder, {}, 0755}; }
 
@@ -80,6 +83,23 @@ class FakeFileService final : public FileService {
     return i;
   }
   int lastError() const override { return error_; }
+
+  // Each step follows a link (eight at most: ELOOP); a folder without a search bit refuses the
+  // steps through it (EACCES), a file ENOTDIR.
+  int walk(const std::string& root, const std::vector<std::string>& names) override {
+    std::string at = clean(root);
+    Node* n = resolve(at, &at);
+    if (n == nullptr) return error_ = at.empty() ? ELOOP : ENOENT;
+    if (n->kind != FileKind::Folder) return error_ = ENOTDIR;
+    for (const std::string& name : names) {
+      if (n->kind != FileKind::Folder) return error_ = ENOTDIR;
+      if ((n->mode & 0111) == 0) return error_ = EACCES;
+      std::string next = (at == "/" ? "/" : at + "/") + name;
+      n = resolve(next, &at);
+      if (n == nullptr) return error_ = at.empty() ? ELOOP : ENOENT;
+    }
+    return 0;
+  }
 
   std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) override {
     std::string p = clean(path);
@@ -126,6 +146,7 @@ class FakeFileService final : public FileService {
     return true;
   }
   bool rename(const std::string& from, const std::string& to) override {
+    if (injected("rename")) return false;
     std::string f = clean(from), t = clean(to);
     Node* n = node(f);
     if (n == nullptr) return refuse(ENOENT);
@@ -211,6 +232,11 @@ class FakeFileService final : public FileService {
     if (folderLocked(to)) return refuse(EPERM);
     Node copy = *n;
     copy.immutable = false;
+    if (injected("copyFile")) {
+      copy.data.resize(copy.data.size() / 2);
+      nodes_[clean(to)] = std::move(copy);
+      return false;
+    }
     size_t block = blockSize != 0 ? blockSize : size_t{1} << 20;
     for (uint64_t done = 0; done < copy.data.size();) {
       done = std::min<uint64_t>(done + block, copy.data.size());
@@ -347,14 +373,25 @@ class FakeFileService final : public FileService {
   }
   static bool invisibleFlag(const Node& n) { return n.finder && (n.finder->flags() & 0x4000); }
 
-  Node* resolve(const std::string& path) {
+  // The node a path leads to, its links followed; `reached`, when given, receives the path of
+  // that node ("" after eight links: a loop).
+  Node* resolve(const std::string& path, std::string* reached = nullptr) {
     std::string p = clean(path);
     for (int hops = 0; hops < 8; ++hops) {
       Node* n = node(p);
+      if (reached != nullptr) *reached = p;
       if (n == nullptr || n->kind != FileKind::Link) return n;
-      p = n->data.empty() || n->data[0] == '/' ? n->data : parentOf(p) + "/" + n->data;
+      p = clean(n->data.empty() || n->data[0] == '/' ? n->data : parentOf(p) + "/" + n->data);
     }
+    if (reached != nullptr) reached->clear();
     return nullptr;
+  }
+  bool injected(const std::string& operation) {
+    auto it = failNext.find(operation);
+    if (it == failNext.end()) return false;
+    error_ = it->second;
+    failNext.erase(it);
+    return true;
   }
   bool isFolder(const std::string& path) {
     Node* n = resolve(path);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "paths/paths.h"
+#include "fake_file_service.h"
 #include "paths/volume_model.h"
 #include "paths_test_support.h"
 
@@ -145,6 +146,51 @@ TEST_F(ConversionsTest, LongAndShortNames) {
   EXPECT_EQ(longFileName("USB:caf\xC3\xA9.txt"), "USB:caf\xC3\xA9.txt");
   EXPECT_EQ(shortFileName("USB:caf\xC3\xA9.txt"), "USB:caf\x8E.txt");  // Mac OS Roman
   EXPECT_EQ(shortPathName("USB:missing"), "");
+}
+
+// On the fake file service, where a folder may refuse a search whoever runs the tests and a link
+// loop is cheap: a long name needs every component reachable, and a link counts as what it leads
+// to when the conversions ask whether an item is a folder.
+class FakeFilesTest : public PathsTest {
+ protected:
+  void SetUp() override {
+    PathsTest::SetUp();
+    auto service = std::make_unique<platform::FakeFileService>();
+    files = service.get();
+    previous_ = platform::setFileService(std::move(service));
+    files->addFile("/data/docs/a.txt");
+    files->addLink("/data/shortcut", "docs");
+    files->addFolder("/data/private/inner").mode = 0700;
+    files->node("/data/private")->mode = 0600;  // no search bit
+    files->addFile("/data/plain");
+    files->addLink("/data/loop", "/data/loop2");
+    files->addLink("/data/loop2", "/data/loop");
+  }
+  void TearDown() override {
+    platform::setFileService(std::move(previous_));
+    PathsTest::TearDown();
+  }
+  platform::FakeFileService* files = nullptr;
+
+ private:
+  std::unique_ptr<platform::FileService> previous_;
+};
+
+TEST_F(FakeFilesTest, LongNamesWalkEveryComponent) {
+  EXPECT_EQ(longPathName("Startup:data:docs:a.txt"), "Startup:data:docs:a.txt");
+  EXPECT_EQ(longPathName("Startup:data:shortcut:a.txt"), "Startup:data:shortcut:a.txt");
+  EXPECT_EQ(files->walk("/", {"data", "private", "inner"}), EACCES);
+  EXPECT_EQ(longPathName("Startup:data:private:inner"), "");
+  EXPECT_EQ(files->walk("/", {"data", "plain", "x"}), ENOTDIR);
+  EXPECT_EQ(longPathName("Startup:data:plain:x"), "");
+  EXPECT_EQ(files->walk("/", {"data", "loop", "x"}), ELOOP);
+  EXPECT_EQ(longPathName("Startup:data:loop:x"), "");
+  EXPECT_EQ(longPathName("Startup:data:missing"), "");
+
+  EXPECT_EQ(toHfsPath("/data/shortcut"), "Startup:data:shortcut:");  // a link to a folder
+  EXPECT_EQ(toHfsPath("/data/loop"), "Startup:data:loop");           // a link to nothing
+  EXPECT_EQ(toUnixPath("Startup:data:shortcut"), "/data/shortcut/");
+  EXPECT_EQ(toUnixPath("Startup:data:loop"), "/data/loop");
 }
 
 }  // namespace

@@ -34,6 +34,7 @@ struct FakeEnvironment : platform::EnvironmentService {
     if (it == vars.end()) return std::nullopt;
     return it->second;
   }
+  std::string moduleFolder() override { return ""; }
 };
 
 struct FakeLauncher : platform::LauncherService {

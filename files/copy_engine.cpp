@@ -9,6 +9,7 @@
 #include "files/file_queries.h"
 #include "files/folder_walk.h"
 #include "paths/paths.h"
+#include "platform/pause_points.h"
 #include "support/path_text.h"
 #include "support/text.h"
 
@@ -27,8 +28,6 @@ constexpr size_t kCreatePathLimit = 258;
 constexpr size_t kLeafLimit = 255;
 // The attribute letters tsXCopy carries from a source folder to its copy.
 constexpr size_t kAttributesLimit = 35;
-// A copy first lands under this name beside its destination, then takes the destination's name.
-constexpr std::string_view kTemporaryName = "tessel temp file 23";
 // tsRenameFile moves within a folder only names of up to this length; longer ones rename in place.
 constexpr size_t kShortLeafLimit = 31;
 
@@ -115,21 +114,22 @@ bool copyItem(const std::string& from, const FileInfo& source, const std::string
   return service.copyFile(from, to, progress, blockSize);
 }
 
-// The copy under a free temporary name in the destination's folder; "" when it failed.
+// The copy under the destination's partial name in its folder (support::partialNameFor), after
+// what a copy that was killed left there; "" when it failed.
 std::string copyToTemporary(const std::string& from, const FileInfo& source,
-                            const std::string& folder) {
+                            const std::string& folder, const std::string& leaf) {
   auto& service = fileService();
-  for (int attempt = 1; attempt <= 100; ++attempt) {
-    std::string name(kTemporaryName);
-    if (attempt > 1) name += " " + std::to_string(attempt);
-    std::string temporary = folder + name;
-    if (copyItem(from, source, temporary)) return temporary;
-    if (service.lastError() != EEXIST) {
-      // A partial copy is ours to remove (a name that was taken before is not).
+  std::string temporary = folder + support::partialNameFor(leaf);
+  if (auto left = itemInfo(temporary); left && left->kind != FileKind::Folder) {
+    // The leftover may carry a locked source's bits.
+    if (!service.removeFile(temporary) && left->kind == FileKind::File) {
+      service.setLocked(temporary, false);
       service.removeFile(temporary);
-      return "";
     }
   }
+  if (copyItem(from, source, temporary)) return temporary;
+  // A partial copy is ours to remove (an item that could not be cleared away is not).
+  if (service.lastError() != EEXIST) service.removeFile(temporary);
   return "";
 }
 
@@ -160,8 +160,9 @@ int32_t copyFilesOf(const WalkFolder& source, std::string_view destFolder, const
   char destSeparator = separatorOf(dest);
   int32_t result = kNothingMatched;
   for (const platform::FolderEntry& entry : entries) {
-    if (!isFileItem(entry.kind) || !fileMatches(spec, source.native + entry.name, entry.name))
-      continue;
+    if (!isFileItem(entry.kind) || support::isPartialName(entry.name) ||
+        !fileMatches(spec, source.native + entry.name, entry.name))
+      continue;  // a partial copy left by a kill is no file of the user's
     if (result == kNothingMatched) result = kCopied;
     int32_t code = copyOneFile(source.styled + nameInStyle(entry.name, sourceSeparator),
                                dest + nameInStyle(entry.name, destSeparator), overwrite, observer);
@@ -214,20 +215,22 @@ int32_t copyOneFile(std::string_view source, std::string_view dest, std::string_
   std::string folder = paths::nativePath(split.parent);
   if (!isFolder(folder)) return kBadDestination;
   if (folder.back() != '/') folder += '/';
-  destNative = folder + nativeLeaf(split.leaf, separatorOf(dest));
+  const std::string leaf = nativeLeaf(split.leaf, separatorOf(dest));
+  destNative = folder + leaf;
   std::string destStyled = split.parent + split.leaf;
 
   bool resetFirst = !overwrite.empty() && overwrite.back() == '+';
-  auto clearDestination = [&]() {
-    if (!itemInfo(destNative)) return true;
-    if (resetFirst) setFileAttributes(destStyled, "");
-    service.removeFile(destNative);
-    return !itemInfo(destNative);  // a locked destination stays, and the copy fails
+  // With a final '+' the destination is unlocked and its attributes cleared before it is replaced;
+  // without, the file layer refuses to replace a locked one, and the copy fails.
+  auto resetDestination = [&]() {
+    if (resetFirst && itemInfo(destNative)) setFileAttributes(destStyled, "");
   };
 
   if (observer != nullptr) {
     // Progress copies write straight under the destination's name, block by block.
-    if (!clearDestination()) return kCopyFailed;
+    resetDestination();
+    if (itemInfo(destNative)) service.removeFile(destNative);
+    if (itemInfo(destNative)) return kCopyFailed;
     int32_t code = copyWithObserver(sourceNative, *sourceInfo, destNative,
                                     splitPath(source).leaf, *observer);
     if (code == kCopied)
@@ -237,17 +240,27 @@ int32_t copyOneFile(std::string_view source, std::string_view dest, std::string_
     return code;
   }
 
-  // The data lands under a temporary name first, so a copy that fails leaves nothing half
-  // written under the destination's name, and an existing destination stays until the new one
-  // is complete.
-  std::string temporary = copyToTemporary(sourceNative, *sourceInfo, folder);
-  if (temporary.empty()) return kCopyFailed;
+  // The data lands under the partial name first and is renamed over the destination once
+  // complete (rename(2) replaces it in one step), so a copy that fails or is killed leaves the old
+  // destination whole, and nothing half written under its name.
+  std::string temporary = copyToTemporary(sourceNative, *sourceInfo, folder, leaf);
+  if (temporary.empty()) {
+    FlushBatch::flush(withoutTrailingSlash(folder));
+    return kCopyFailed;
+  }
   service.setModifiedTime(temporary, sourceInfo->modifiedSeconds, sourceInfo->modifiedNanoseconds);
-  if (!clearDestination() || !service.rename(temporary, destNative)) {
+  // A copy of a file nobody may write would count as locked, and the file layer would not rename
+  // it: it takes its permission bits once in place.
+  const bool readOnly = sourceInfo->kind == FileKind::File && (sourceInfo->mode & 0222) == 0;
+  if (readOnly) service.setMode(temporary, sourceInfo->mode | 0200);
+  platform::pausePoint("copy.replace");
+  resetDestination();
+  if (!service.rename(temporary, destNative)) {
     service.removeFile(temporary);
     FlushBatch::flush(withoutTrailingSlash(folder));
     return kCopyFailed;
   }
+  if (readOnly) service.setMode(destNative, sourceInfo->mode);
   FlushBatch::flush(withoutTrailingSlash(folder));
   return kCopied;
 }

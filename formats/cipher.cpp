@@ -1,11 +1,16 @@
 #include "formats/cipher.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <memory>
+#include <optional>
 #include <vector>
 
 #include "paths/paths.h"
 #include "platform/files.h"
+#include "platform/pause_points.h"
+#include "support/path_text.h"
 
 namespace tessel::formats {
 namespace {
@@ -89,6 +94,82 @@ void xorBlock(uint8_t* data, const uint8_t* pad, size_t count) {
   for (; i < count; ++i) data[i] ^= pad[i];
 }
 
+// XORs the open file with the key stream `pad`, block by block, in place: false at the first read
+// or write error (what is done stays done).
+bool encipher(platform::OpenFile& file, const std::vector<uint8_t>& pad) {
+  std::vector<uint8_t> block(kFileBlock);
+  uint64_t offset = 0;
+  for (;;) {
+    int64_t n = file.readAt(block.data(), block.size(), offset);
+    if (n == 0) return true;
+    if (n < 0) return false;
+    const size_t count = static_cast<size_t>(n);
+    xorBlock(block.data(), pad.data() + offset % kFileKeyPhase, count);
+    if (!file.writeAt(block.data(), count, offset)) return false;
+    offset += count;
+    platform::pausePoint("cipher.block");
+  }
+}
+
+// The file at the end of a chain of links (at most 16), so that a replacement takes the place of
+// the file, not of a link to it.
+std::string linkTarget(std::string path) {
+  platform::FileService& files = platform::fileService();
+  for (int depth = 0; depth < 16; ++depth) {
+    std::optional<platform::FileInfo> info = files.info(path, false);
+    if (!info || info->kind != platform::FileKind::Link) return path;
+    std::optional<std::string> target = files.readLink(path);
+    if (!target || target->empty()) return path;
+    path = (*target)[0] == '/' ? *target : support::parentOfNative(path) + "/" + *target;
+  }
+  return path;
+}
+
+// Enciphers a copy of the file beside it (under its partial name, with its permission bits,
+// owner, extended attributes, Finder information and resource fork) and renames the copy over
+// it: a reader, and a kill, only ever find the whole plain file or the whole enciphered one.
+// False, with the file untouched and no copy left, where that cannot be: the file has other hard
+// links (they would keep the plain data), its owner or group cannot be kept, its folder takes no
+// new file (locked, not writable, no room for a second copy), or a read or write fails.
+bool encipherReplacing(const std::string& native, const std::vector<uint8_t>& pad) {
+  platform::FileService& files = platform::fileService();
+  const std::string path = linkTarget(native);
+  std::optional<platform::FileInfo> info = files.info(path, false);
+  if (!info || info->kind != platform::FileKind::File || info->links != 1) return false;
+  const std::string folder = support::parentOfNative(path);
+  const std::string temporary =
+      (folder == "/" ? "" : folder) + "/" + support::partialNameFor(path.substr(path.rfind('/') + 1));
+  if (auto left = files.info(temporary, false); left && left->kind != platform::FileKind::Folder)
+    files.removeFile(temporary);  // what a kill left
+  if (!files.copyFile(path, temporary)) {
+    if (files.lastError() != EEXIST) files.removeFile(temporary);
+    return false;
+  }
+  auto discard = [&] {
+    files.removeFile(temporary);
+    files.syncFolder(folder);
+    return false;
+  };
+  std::optional<platform::FileInfo> copy = files.info(temporary, false);
+  if (!copy) return discard();
+  if ((copy->uid != info->uid || copy->gid != info->gid) &&
+      !files.setOwner(temporary, info->uid, info->gid))
+    return discard();
+  if (!files.setMode(temporary, info->mode)) return discard();  // a new owner drops set-id bits
+  {
+    std::unique_ptr<platform::OpenFile> out =
+        files.open(temporary, platform::OpenMode::ReadWrite);
+    if (!out || !encipher(*out, pad) || !out->sync()) return discard();
+  }
+  // A name listed in ".hidden" without the Finder flag (no extended attributes here) stays listed.
+  const bool hidden = files.isHidden(path);
+  platform::pausePoint("cipher.replace");
+  if (!files.rename(temporary, path)) return discard();
+  if (hidden && !files.isHidden(path)) files.setHidden(path, true);
+  files.syncFolder(folder);
+  return true;
+}
+
 }  // namespace
 
 const std::array<uint8_t, 21>& cipherMask() {
@@ -146,17 +227,8 @@ int32_t encryptFile(std::string_view file, std::string_view key) {
   std::vector<uint8_t> pad(kFileBlock + kFileKeyPhase);
   for (size_t i = 0; i < pad.size(); ++i)
     pad[i] = static_cast<uint8_t>(k[(i % kFileKeyPhase) % k.size()]);
-  std::vector<uint8_t> block(kFileBlock);
-
-  uint64_t offset = 0;
-  for (;;) {
-    int64_t n = open->readAt(block.data(), block.size(), offset);
-    if (n <= 0) break;  // end of file, or a read error: what is done stays done
-    const size_t count = static_cast<size_t>(n);
-    xorBlock(block.data(), pad.data() + offset % kFileKeyPhase, count);
-    if (!open->writeAt(block.data(), count, offset)) break;
-    offset += count;
-  }
+  // Where the file cannot be replaced whole, it is rewritten in place, as it was opened.
+  if (!encipherReplacing(native, pad)) encipher(*open, pad);
   return 1;
 }
 

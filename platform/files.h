@@ -31,6 +31,7 @@ struct FileInfo {
   uint32_t gid = 0;
   uint64_t device = 0;
   uint64_t inode = 0;
+  uint32_t links = 1;  // the names the item has (hard links)
   // Unix times of the last modification and, where the filesystem records it, of the creation.
   int64_t modifiedSeconds = 0;
   uint32_t modifiedNanoseconds = 0;
@@ -189,6 +190,12 @@ class FileService {
   // source's. False where the service cannot.
   virtual bool setModifiedTime(const std::string& path, int64_t seconds, uint32_t nanoseconds) {
     (void)path, (void)seconds, (void)nanoseconds;
+    return false;
+  }
+  // Gives the item (a link itself, not what it names) the owner and group, as a replacement keeps
+  // the original's. False where the process may not.
+  virtual bool setOwner(const std::string& path, uint32_t uid, uint32_t gid) {
+    (void)path, (void)uid, (void)gid;
     return false;
   }
   // The folder's items as listFolder gives them, with each item's size in bytes (a link: the

@@ -2,7 +2,6 @@
 #include "platform/linux/file_io.h"
 
 #include <fcntl.h>
-#include <glib.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/xattr.h>
@@ -12,6 +11,9 @@
 #include <cerrno>
 #include <cstring>
 #include <vector>
+
+#include "platform/pause_points.h"
+#include "support/path_text.h"
 
 namespace tessel::platform::filebackend {
 
@@ -110,16 +112,18 @@ bool preadAll(int fd, void* buffer, size_t size, uint64_t offset) {
 }
 
 bool writeReplacing(const std::string& path, std::string_view data) {
-  std::string pattern = path + ".XXXXXX";
-  int fd = g_mkstemp_full(pattern.data(), O_RDWR | O_CLOEXEC, 0666);
+  std::string temporary = folderOf(path) + "/" + support::partialNameFor(leafOf(path));
+  ::unlink(temporary.c_str());  // what a write that was killed left
+  int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
   if (fd < 0) return false;
   errno = 0;
   bool ok = writeAll(fd, data.data(), data.size());
   int saved = errno;
   if (::close(fd) != 0) ok = false, saved = errno;
-  if (ok && ::rename(pattern.c_str(), path.c_str()) != 0) ok = false, saved = errno;
+  if (ok) pausePoint("rewrite.replace");
+  if (ok && ::rename(temporary.c_str(), path.c_str()) != 0) ok = false, saved = errno;
   if (!ok) {
-    ::unlink(pattern.c_str());
+    ::unlink(temporary.c_str());
     errno = saved != 0 ? saved : EIO;
   }
   return ok;
@@ -151,6 +155,7 @@ bool copyData(int in, int out, const CopyProgress& progress, size_t blockSize) {
     }
     if (n == 0) return true;
     copied += static_cast<uint64_t>(n);
+    pausePoint("copy.data");
     if (progress && !progress(copied)) {
       errno = ECANCELED;
       return false;

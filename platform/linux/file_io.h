@@ -36,8 +36,9 @@ int setImmutable(const std::string& path, bool on);
 bool writeAll(int fd, const void* data, size_t size, std::optional<uint64_t> offset = {});
 // All of `size` bytes from `offset`; false at an error or the end of the file.
 bool preadAll(int fd, void* buffer, size_t size, uint64_t offset);
-// Writes `data` as the file `path` under a temporary name in the same folder, then renames it in
-// place, so the old content stays whole until the new one is. False with errno set.
+// Writes `data` as the file `path` under its partial name in the same folder (after removing
+// what a killed write left there), then renames it in place, so the old content stays whole
+// until the new one is. False with errno set.
 bool writeReplacing(const std::string& path, std::string_view data);
 
 // The data of `in` appended to `out` in blocks of `blockSize` (0: large ones), `progress` asked

@@ -11,6 +11,7 @@
 
 #include "support/byte_order.h"
 #include "platform/linux/file_io.h"
+#include "platform/pause_points.h"
 
 namespace tessel::platform::filebackend {
 
@@ -192,6 +193,7 @@ bool copyCompanion(const std::string& from, const std::string& to) {
   bool ok = ::fstat(in, &st) == 0 && S_ISREG(st.st_mode);
   if (ok) {
     out = ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, st.st_mode & 0777);
+    if (out >= 0) pausePoint("copy.companion");
     ok = out >= 0 && copyData(in, out, {}, 0);
   }
   int saved = errno;

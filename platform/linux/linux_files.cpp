@@ -79,6 +79,7 @@ class LinuxFileService final : public FileService {
     info.gid = sx.stx_gid;
     info.device = (static_cast<uint64_t>(sx.stx_dev_major) << 32) | sx.stx_dev_minor;
     info.inode = sx.stx_ino;
+    info.links = sx.stx_nlink;
     info.modifiedSeconds = sx.stx_mtime.tv_sec;
     info.modifiedNanoseconds = sx.stx_mtime.tv_nsec;
     if ((sx.stx_mask & STATX_BTIME) != 0) info.createdSeconds = sx.stx_btime.tv_sec;
@@ -480,6 +481,10 @@ class LinuxFileService final : public FileService {
     struct timespec times[2] = {{0, UTIME_OMIT},
                                 {static_cast<time_t>(seconds), static_cast<long>(nanoseconds)}};
     return check(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0);
+  }
+
+  bool setOwner(const std::string& path, uint32_t uid, uint32_t gid) override {
+    return check(::lchown(path.c_str(), uid, gid) == 0);
   }
 
   // The sizes are looked up relative to the open folder, not through each item's full path.

@@ -75,6 +75,11 @@ TEST_F(CopyEngine, CopiesKeepModeAndLinks) {
   struct stat st {};
   ASSERT_EQ(::stat(at("out/tool.sh").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 0750u);
+  // A file nobody may write is copied as well, and its copy keeps the bits.
+  ::chmod(at("tool.sh").c_str(), 0444);
+  EXPECT_EQ(copy(at("tool.sh"), at("out/tool.sh")), 0);
+  ASSERT_EQ(::stat(at("out/tool.sh").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0444u);
   // A link is copied as the link (an alias), not as what it points to.
   fs::create_symlink("tool.sh", at("alias"));
   EXPECT_EQ(copy(at("alias"), at("out/alias")), 0);

@@ -1,5 +1,5 @@
 // The copy engine when the file service fails under it: a failure leaves no temporary copy behind
-// and, up to the final rename, the destination as it was; a temporary name someone else holds is
+// and the destination as it was; a temporary name someone else holds is
 // passed over and left alone. The faults are injected through the fake file service.
 #include <gtest/gtest.h>
 
@@ -67,9 +67,9 @@ TEST_F(CopyFaultsTest, FailuresLeaveNoTemporaryCopy) {
        "old", {"a.txt"}},
       {"a read error", [](FakeFileService& f) { f.failNext["copyFile"] = EIO; }, kCopyFailed,
        "old", {"a.txt"}},
-      // The old destination is removed before the rename, so a rename that fails loses it.
+      // The copy is renamed over the old destination, so a rename that fails leaves it whole.
       {"a rename across filesystems", [](FakeFileService& f) { f.failNext["rename"] = EXDEV; },
-       kCopyFailed, nullptr, {}},
+       kCopyFailed, "old", {"a.txt"}},
       {"a locked destination", [](FakeFileService& f) { f.node("/dest/a.txt")->immutable = true; },
        kCopyFailed, "old", {"a.txt"}},
   };

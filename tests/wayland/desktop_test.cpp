@@ -215,6 +215,23 @@ TEST_F(WaylandDesktop, TypedTextArrivesExactlyAndNothingStaysHeld) {
   })) << fileText(record);
 }
 
+TEST_F(WaylandDesktop, AStoppedCompositorCostsSecondsNotAHang) {
+  const int32_t self = integer("tsWinHandle");
+  ASSERT_EQ(windowList(), (std::vector<int32_t>{self}));  // connected
+  const pid_t sway = std::atoi(
+      shell(std::string("pgrep -xf 'sway -c ") + std::getenv("XDG_RUNTIME_DIR") + "/config'").c_str());
+  ASSERT_GT(sway, 0);
+  kill(sway, SIGSTOP);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(windowList(), (std::vector<int32_t>{self}));
+  EXPECT_EQ(integer("tsActiveWindow"), 0);
+  EXPECT_EQ(integer("tsSendKeys", {Value("abc")}), 0);
+  EXPECT_EQ(integer("tsMouseClick", {Value("left")}), 0);
+  const auto took = std::chrono::steady_clock::now() - start;
+  kill(sway, SIGCONT);
+  EXPECT_LT(took, 60s);  // a second or two per call at most: 4 s in all, measured
+}
+
 // The keymap follows the default layout (XKB_DEFAULT_LAYOUT), and what a layout lacks is bound
 // to keys it leaves empty: the same text arrives on each.
 class WaylandLayouts : public WaylandDesktop, public ::testing::WithParamInterface<const char*> {};

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "platform/clipboard.h"
+#include "platform/linux/backend_choice.h"
 #include "platform/linux/x11_connection.h"
 
 namespace tessel::platform {
@@ -451,7 +452,7 @@ class LinuxClipboardService : public ClipboardService {
 
 }  // namespace
 
-std::unique_ptr<ClipboardService> makeLinuxClipboardService() {
+std::unique_ptr<ClipboardService> backends::makeX11ClipboardService() {
   return std::make_unique<LinuxClipboardService>();
 }
 

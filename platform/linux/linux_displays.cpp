@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "platform/displays.h"
+#include "platform/linux/backend_choice.h"
 #include "platform/linux/deadline.h"
 #include "platform/linux/x11_connection.h"
 
@@ -419,7 +420,7 @@ class LinuxDisplayService : public DisplayService {
 
 }  // namespace
 
-std::unique_ptr<DisplayService> makeLinuxDisplayService() {
+std::unique_ptr<DisplayService> backends::makeX11DisplayService() {
   return std::make_unique<LinuxDisplayService>();
 }
 

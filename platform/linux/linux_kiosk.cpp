@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "platform/kiosk.h"
+#include "platform/linux/backend_choice.h"
 #include "platform/linux/x11_connection.h"
 
 namespace tessel::platform {
@@ -95,7 +96,7 @@ class LinuxKioskService : public KioskService {
 
 void setKeyboardHolder(std::function<bool(bool)> holder) { keyboardHolder() = std::move(holder); }
 
-std::unique_ptr<KioskService> makeLinuxKioskService() {
+std::unique_ptr<KioskService> backends::makeX11KioskService() {
   return std::make_unique<LinuxKioskService>();
 }
 

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "platform/desktop.h"
+#include "platform/linux/backend_choice.h"
 #include "platform/linux/linux_processes.h"
 #include "platform/linux/x11_connection.h"
 #include "platform/linux/x11_input.h"
@@ -129,6 +130,6 @@ class LinuxDesktop final : public DesktopService {
 
 }  // namespace
 
-std::unique_ptr<DesktopService> makeLinuxDesktopService() { return std::make_unique<LinuxDesktop>(); }
+std::unique_ptr<DesktopService> backends::makeX11DesktopService() { return std::make_unique<LinuxDesktop>(); }
 
 }  // namespace tessel::platform

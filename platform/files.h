@@ -194,8 +194,9 @@ class FileService {
   // (copy_file_range, a reflink where the filesystem offers one), its permission bits, its
   // extended attributes, Finder information and resource fork. `progress`, when given, is called
   // after every block of at most `blockSize` bytes (0: the service's own size) and may cancel.
-  // An existing `to` gives EEXIST, or EPERM when it is locked. The copy is not locked itself
-  // unless its permission bits leave nobody a write bit.
+  // An existing `to` gives EEXIST, or EPERM when it is locked. A copy that fails leaves nothing
+  // under `to`; one that `progress` cancelled (ECANCELED) leaves the part it copied. The copy is
+  // not locked itself unless its permission bits leave nobody a write bit.
   virtual FileStatus copyFile(const std::string& from, const std::string& to,
                         const CopyProgress& progress = {}, size_t blockSize = 0) = 0;
 

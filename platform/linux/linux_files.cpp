@@ -330,10 +330,10 @@ class LinuxFileService final : public FileService {
     if (copied) copyAttributes(in, out);
     ::close(in);
     if (::close(out) != 0 && copied) copied = FileError{errno};
-    if (copied) {
-      copied = copyCompanion(trimmed(from), trimmed(to));
-      if (!copied) ::unlink(to.c_str());
-    }
+    if (copied) copied = copyCompanion(trimmed(from), trimmed(to));
+    // The new name is ours (O_EXCL): a copy that failed (a full disk, a read error) leaves
+    // nothing half-written under it; a cancelled one leaves what it copied.
+    if (!copied && copied.error() != ECANCELED) ::unlink(to.c_str());
     return copied;
   }
 

@@ -73,6 +73,10 @@ TEST_F(FileFaults, WritersFailWholeOnAFullOrReadOnlyDisk) {
       // loses it: add that row once the progress copy replaces its destination atomically.
       {"tsCopyFileProgress to a new name, no window", Fault::DiskFull,
        [&] { return i("tsCopyFileProgress", {at("src/big"), m("new.txt"), "", "", "", 8}); }, 4},
+      {"tsCopyXFilesProgress, no window", Fault::DiskFull,
+       [&] { return i("tsCopyXFilesProgress", {at("src"), m("empty"), "*", "", "", "", 8}); }, 4},
+      {"tsXCopyProgress, no window", Fault::DiskFull,
+       [&] { return i("tsXCopyProgress", {at("src"), m("empty"), "*", "", 1, "", "", 8}); }, 4},
       {"tsCopyXFiles", Fault::DiskFull,
        [&] { return i("tsCopyXFiles", {at("src"), m("empty"), "*", ""}); }, 4},
       {"tsXCopy", Fault::DiskFull,

@@ -104,12 +104,14 @@ OverwriteMode overwriteMode(std::string_view overwrite) {
 }
 
 // Copies the item (a file's data, mode and attributes; a link as a link) to a new name.
-bool copyItem(const std::string& from, const FileInfo& source, const std::string& to,
-              const platform::CopyProgress& progress = {}, size_t blockSize = 0) {
+platform::FileStatus copyItem(const std::string& from, const FileInfo& source,
+                              const std::string& to, const platform::CopyProgress& progress = {},
+                              size_t blockSize = 0) {
   auto& service = fileService();
   if (source.kind == FileKind::Link) {
     auto target = service.readLink(from);
-    return target && service.createLink(*target, to);
+    if (!target) return platform::FileError{target.error()};
+    return service.createLink(*target, to);
   }
   return service.copyFile(from, to, progress, blockSize);
 }
@@ -127,9 +129,10 @@ std::string copyToTemporary(const std::string& from, const FileInfo& source,
       service.removeFile(temporary);
     }
   }
-  if (copyItem(from, source, temporary)) return temporary;
+  platform::FileStatus copied = copyItem(from, source, temporary);
+  if (copied) return temporary;
   // A partial copy is ours to remove (an item that could not be cleared away is not).
-  if (service.lastError() != EEXIST) service.removeFile(temporary);
+  if (copied.error() != EEXIST) service.removeFile(temporary);
   return "";
 }
 
@@ -144,7 +147,7 @@ int32_t copyWithObserver(const std::string& from, const FileInfo& source, const 
     if (!observer.block(bytes)) cancelled = true;
     return !cancelled;
   };
-  bool ok = copyItem(from, source, to, progress, observer.blockSize());
+  bool ok = static_cast<bool>(copyItem(from, source, to, progress, observer.blockSize()));
   if (cancelled) return kCancelled;  // the partial copy stays, as a cancelled copy leaves it
   return ok ? kCopied : kCopyFailed;
 }

@@ -45,12 +45,12 @@ std::optional<platform::FileInfo> infoOf(const std::string& path, bool followLin
   return fs().info(path, followLinks);
 }
 
-// The item's Finder information: its record, a zero record when it has none, nothing when it
-// cannot be read (a missing item, a filesystem that keeps none).
-std::optional<FinderInfo> readableFinderInfo(const std::string& path) {
-  if (auto record = fs().finderInfo(path)) return record;
-  if (fs().lastError() == ENODATA) return FinderInfo{};
-  return std::nullopt;
+// The item's Finder information: its record, a zero record when it has none, else the errno of
+// why it cannot be read (a missing item, ENOTSUP: a filesystem that keeps none).
+platform::FileResult<FinderInfo> readableFinderInfo(const std::string& path) {
+  auto record = fs().finderInfo(path);
+  if (!record && record.error() == ENODATA) return FinderInfo{};
+  return record;
 }
 
 // The data and resource fork sizes of a file; nothing for a folder or a missing item.
@@ -96,7 +96,7 @@ bool codeOf(std::string_view path, bool creator, uint32_t& code) {
   auto record = readableFinderInfo(p);
   if (!record) {
     // A filesystem without Finder information: a file that has none.
-    if (fs().lastError() != ENOTSUP) return false;
+    if (record.error() != ENOTSUP) return false;
     record = FinderInfo{};
   }
   code = creator ? record->creator() : record->type();
@@ -191,13 +191,13 @@ int32_t setFileAttributes(std::string_view path, std::string_view attributes) {
     bool any = false;
     for (char c : attributes.substr(1)) {
       if (c == 'r') {
-        any |= fs().setLocked(p, false);
+        any = fs().setLocked(p, false) || any;
       } else if (c == 'h') {
-        any |= fs().setHidden(p, false);
+        any = fs().setHidden(p, false) || any;
         if (auto now = fs().finderInfo(p)) record = now;
       } else if (c == 't') {
         record->setFlags(record->flags() & ~kNameLocked);
-        any |= fs().setFinderInfo(p, *record);
+        any = fs().setFinderInfo(p, *record) || any;
       }
     }
     return any ? 1 : 0;
@@ -213,7 +213,7 @@ int32_t setFileAttributes(std::string_view path, std::string_view attributes) {
   if (auto item = infoOf(p, false); item && item->kind == FileKind::Link)
     flags = (flags & ~kInvisible) | (record->flags() & kInvisible);
   record->setFlags(flags);
-  bool ok = fs().setFinderInfo(p, *record);
+  bool ok = static_cast<bool>(fs().setFinderInfo(p, *record));
   ok = fs().setHidden(p, hidden) && ok;
   ok = fs().setLocked(p, attributes.find('r') != std::string_view::npos) && ok;
   return ok ? 1 : 0;

@@ -46,7 +46,7 @@ std::optional<WalkFolder> openFolder(std::string_view styledPath) {
 bool isFileItem(FileKind kind) { return kind == FileKind::File || kind == FileKind::Link; }
 
 bool snapshot(const WalkFolder& folder, std::vector<FolderEntry>& entries) {
-  return fileService().listFolder(folder.native, entries);
+  return static_cast<bool>(fileService().listFolder(folder.native, entries));
 }
 
 bool fileMatches(const FileSpec& spec, const std::string& native, std::string_view name) {

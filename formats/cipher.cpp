@@ -141,8 +141,8 @@ bool encipherReplacing(const std::string& native, const std::vector<uint8_t>& pa
       (folder == "/" ? "" : folder) + "/" + support::partialNameFor(path.substr(path.rfind('/') + 1));
   if (auto left = files.info(temporary, false); left && left->kind != platform::FileKind::Folder)
     files.removeFile(temporary);  // what a kill left
-  if (!files.copyFile(path, temporary)) {
-    if (files.lastError() != EEXIST) files.removeFile(temporary);
+  if (platform::FileStatus copied = files.copyFile(path, temporary); !copied) {
+    if (copied.error() != EEXIST) files.removeFile(temporary);
     return false;
   }
   auto discard = [&] {

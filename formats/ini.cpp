@@ -103,8 +103,9 @@ int swapIn(const std::string& iniPath, const platform::FileInfo& iniInfo,
   for (uint32_t i = 0; i <= 1001 && !temp; ++i) {
     tempPath = folder + "/gg" + std::to_string(now + i);
     if (files.info(tempPath, false)) continue;
-    temp = files.open(tempPath, platform::OpenMode::CreateNew);
-    if (!temp && files.lastError() != EEXIST) return files.lastError();
+    platform::OpenedFile opened = files.open(tempPath, platform::OpenMode::CreateNew);
+    if (!opened && opened.error() != EEXIST) return opened.error();
+    temp = std::move(opened);
   }
   if (!temp) return EEXIST;
 
@@ -118,26 +119,29 @@ int swapIn(const std::string& iniPath, const platform::FileInfo& iniInfo,
   files.setMode(tempPath, iniInfo.mode);
   std::optional<platform::FinderInfo> finder = files.finderInfo(iniPath);
   files.setFinderInfo(tempPath, finder ? *finder : textFileInfo());
-  if (!temp->write(contents.data(), contents.size()) || !temp->sync())
-    return discard(errno);
+  platform::FileStatus written = temp->write(contents.data(), contents.size());
+  if (written) written = temp->sync();
+  if (!written) return discard(written.error());
   temp.reset();
 
   const std::string iniFolder = parentOf(iniPath);
-  if (files.exchange(tempPath, iniPath)) {
+  platform::FileStatus swapped = files.exchange(tempPath, iniPath);
+  if (swapped) {
     files.syncFolder(iniFolder);
     files.removeFile(tempPath);  // the old data
     files.syncFolder(folder);
     return 0;
   }
-  int error = files.lastError();
+  int error = swapped.error();
   if (error == EINVAL || error == ENOSYS || error == EOPNOTSUPP) {
     // The filesystem cannot swap two names: a rename replaces the INI file as atomically.
-    if (files.rename(tempPath, iniPath)) {
+    platform::FileStatus renamed = files.rename(tempPath, iniPath);
+    if (renamed) {
       files.syncFolder(iniFolder);
       if (folder != iniFolder) files.syncFolder(folder);
       return 0;
     }
-    error = files.lastError();
+    error = renamed.error();
   }
   return discard(error);
 }
@@ -316,9 +320,9 @@ int32_t writeIni(std::string_view section, std::string_view key, std::string_vie
   path = followLinks(path);
   createParentFolders(path);
 
-  std::optional<platform::FileInfo> info = files.info(path);
+  platform::FileResult<platform::FileInfo> info = files.info(path);
   if (!info) {
-    if (files.lastError() != ENOENT) return 0;
+    if (info.error() != ENOENT) return 0;
     // A name given in the host's style is made with at most 64 characters.
     if (!paths::isUnixPath(cString(iniFile, kIniGivenPathLen))) {
       size_t slash = path.find_last_of('/');

@@ -250,7 +250,7 @@ std::string longPathName(std::string_view path) {
     out += ':';
     rest = rest.substr(next + 1);
   }
-  if (platform::fileService().walk(volume->mountPoint, names) != 0) return "";
+  if (!platform::fileService().walk(volume->mountPoint, names)) return "";
   return out;
 }
 

@@ -79,23 +79,20 @@ int setImmutable(const std::string& path, bool on) {
   return err;
 }
 
-bool writeAll(int fd, const void* data, size_t size, std::optional<uint64_t> offset) {
+FileStatus writeAll(int fd, const void* data, size_t size, std::optional<uint64_t> offset) {
   auto* p = static_cast<const char*>(data);
   while (size > 0) {
     ssize_t n = offset ? ::pwrite(fd, p, size, static_cast<off_t>(*offset)) : ::write(fd, p, size);
     if (n < 0) {
       if (errno == EINTR) continue;
-      return false;
+      return FileError{errno};
     }
-    if (n == 0) {
-      errno = EIO;
-      return false;
-    }
+    if (n == 0) return FileError{EIO};
     p += n;
     size -= static_cast<size_t>(n);
     if (offset) *offset += static_cast<uint64_t>(n);
   }
-  return true;
+  return {};
 }
 
 bool preadAll(int fd, void* buffer, size_t size, uint64_t offset) {
@@ -111,27 +108,22 @@ bool preadAll(int fd, void* buffer, size_t size, uint64_t offset) {
   return true;
 }
 
-bool writeReplacing(const std::string& path, std::string_view data) {
+FileStatus writeReplacing(const std::string& path, std::string_view data) {
   std::string temporary = folderOf(path) + "/" + support::partialNameFor(leafOf(path));
   ::unlink(temporary.c_str());  // what a write that was killed left
   int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (fd < 0) return false;
-  errno = 0;
-  bool ok = writeAll(fd, data.data(), data.size());
-  int saved = errno;
-  if (::close(fd) != 0) ok = false, saved = errno;
-  if (ok) pausePoint("rewrite.replace");
-  if (ok && ::rename(temporary.c_str(), path.c_str()) != 0) ok = false, saved = errno;
-  if (!ok) {
-    ::unlink(temporary.c_str());
-    errno = saved != 0 ? saved : EIO;
-  }
-  return ok;
+  if (fd < 0) return FileError{errno};
+  FileStatus written = writeAll(fd, data.data(), data.size());
+  if (::close(fd) != 0 && written) written = FileError{errno};
+  if (written) pausePoint("rewrite.replace");
+  if (written && ::rename(temporary.c_str(), path.c_str()) != 0) written = FileError{errno};
+  if (!written) ::unlink(temporary.c_str());
+  return written;
 }
 
 // The data in blocks: copy_file_range (which reflinks or copies inside the kernel), falling
 // back to read/write where the two filesystems do not allow it.
-bool copyData(int in, int out, const CopyProgress& progress, size_t blockSize) {
+FileStatus copyData(int in, int out, const CopyProgress& progress, size_t blockSize) {
   const size_t block = blockSize != 0 ? blockSize : size_t{1} << 30;
   uint64_t copied = 0;
   bool kernelCopy = true;
@@ -147,19 +139,19 @@ bool copyData(int in, int out, const CopyProgress& progress, size_t blockSize) {
     } else {
       if (buffer.empty()) buffer.resize(std::min<size_t>(block, size_t{1} << 20));
       n = ::read(in, buffer.data(), buffer.size());
-      if (n > 0 && !writeAll(out, buffer.data(), static_cast<size_t>(n))) return false;
+      if (n > 0) {
+        if (FileStatus written = writeAll(out, buffer.data(), static_cast<size_t>(n)); !written)
+          return written;
+      }
     }
     if (n < 0) {
       if (errno == EINTR) continue;
-      return false;
+      return FileError{errno};
     }
-    if (n == 0) return true;
+    if (n == 0) return {};
     copied += static_cast<uint64_t>(n);
     pausePoint("copy.data");
-    if (progress && !progress(copied)) {
-      errno = ECANCELED;
-      return false;
-    }
+    if (progress && !progress(copied)) return FileError{ECANCELED};
   }
 }
 

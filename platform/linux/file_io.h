@@ -31,19 +31,18 @@ bool lockedItem(const struct statx& sx);
 // Sets or clears the immutable flag; 0 or the errno.
 int setImmutable(const std::string& path, bool on);
 
-// All of `size` bytes at the file position, or at `offset` when given (pwrite); false with errno
-// set when a write fails.
-bool writeAll(int fd, const void* data, size_t size, std::optional<uint64_t> offset = {});
+// All of `size` bytes at the file position, or at `offset` when given (pwrite).
+FileStatus writeAll(int fd, const void* data, size_t size, std::optional<uint64_t> offset = {});
 // All of `size` bytes from `offset`; false at an error or the end of the file.
 bool preadAll(int fd, void* buffer, size_t size, uint64_t offset);
 // Writes `data` as the file `path` under its partial name in the same folder (after removing
 // what a killed write left there), then renames it in place, so the old content stays whole
-// until the new one is. False with errno set.
-bool writeReplacing(const std::string& path, std::string_view data);
+// until the new one is; nothing of it stays on a failure.
+FileStatus writeReplacing(const std::string& path, std::string_view data);
 
 // The data of `in` appended to `out` in blocks of `blockSize` (0: large ones), `progress` asked
-// after each; false with errno set (ECANCELED when progress said stop).
-bool copyData(int in, int out, const CopyProgress& progress, size_t blockSize);
+// after each (ECANCELED when progress said stop).
+FileStatus copyData(int in, int out, const CopyProgress& progress, size_t blockSize);
 // Every extended attribute of `in` that `out` accepts.
 void copyAttributes(int in, int out);
 

@@ -179,31 +179,32 @@ const std::vector<std::string>* HiddenLists::namesOf(const std::string& folder) 
   return &names_;
 }
 
-bool copyCompanion(const std::string& from, const std::string& to) {
+FileStatus copyCompanion(const std::string& from, const std::string& to) {
   std::string source = companionOf(from), target = companionOf(to);
   int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
   if (in < 0) {
-    if (errno != ENOENT) return false;
-    if (::unlink(target.c_str()) != 0 && errno != ENOENT) return false;
-    errno = 0;
-    return true;
+    if (errno != ENOENT) return FileError{errno};
+    if (::unlink(target.c_str()) != 0 && errno != ENOENT) return FileError{errno};
+    return {};
   }
   struct stat st {};
   int out = -1;
-  bool ok = ::fstat(in, &st) == 0 && S_ISREG(st.st_mode);
-  if (ok) {
-    out = ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, st.st_mode & 0777);
-    if (out >= 0) pausePoint("copy.companion");
-    ok = out >= 0 && copyData(in, out, {}, 0);
+  FileStatus copied;
+  if (::fstat(in, &st) != 0)
+    copied = FileError{errno};
+  else if (!S_ISREG(st.st_mode))
+    copied = FileError{EINVAL};
+  else if (out = ::open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, st.st_mode & 0777);
+           out < 0)
+    copied = FileError{errno};
+  else {
+    pausePoint("copy.companion");
+    copied = copyData(in, out, {}, 0);
   }
-  int saved = errno;
-  if (out >= 0 && ::close(out) != 0 && ok) ok = false, saved = errno;
+  if (out >= 0 && ::close(out) != 0 && copied) copied = FileError{errno};
   ::close(in);
-  if (!ok) {
-    if (out >= 0) ::unlink(target.c_str());
-    errno = saved != 0 ? saved : EIO;
-  }
-  return ok;
+  if (!copied && out >= 0) ::unlink(target.c_str());
+  return copied;
 }
 
 }  // namespace tessel::platform::filebackend

@@ -46,8 +46,8 @@ std::string encodeDouble(std::vector<std::pair<uint32_t, std::string>> entries);
 std::optional<std::string> readDoubleEntry(int fd, uint32_t id);
 
 // The companion (resource fork) of `from`, when it has one, becomes the companion of `to`; a
-// stale companion of an earlier `to` is replaced. False with errno set.
-bool copyCompanion(const std::string& from, const std::string& to);
+// stale companion of an earlier `to` is replaced.
+FileStatus copyCompanion(const std::string& from, const std::string& to);
 
 // The item's Finder information: the attribute, else the companion's entry; nothing with errno
 // set (ENODATA: none; ENOTSUP: no user attributes here).

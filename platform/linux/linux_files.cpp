@@ -45,8 +45,8 @@ class LinuxOpenFile final : public OpenFile {
     }
   }
 
-  bool write(const void* data, size_t size) override { return writeAll(fd_, data, size); }
-  bool writeAt(const void* data, size_t size, uint64_t offset) override {
+  FileStatus write(const void* data, size_t size) override { return writeAll(fd_, data, size); }
+  FileStatus writeAt(const void* data, size_t size, uint64_t offset) override {
     return writeAll(fd_, data, size, offset);
   }
 
@@ -56,7 +56,7 @@ class LinuxOpenFile final : public OpenFile {
     return static_cast<uint64_t>(st.st_size);
   }
 
-  bool sync() override { return ::fsync(fd_) == 0; }
+  FileStatus sync() override { return FileStatus::fromErrno(::fsync(fd_) == 0); }
   int descriptor() const override { return fd_; }
 
  private:
@@ -65,12 +65,12 @@ class LinuxOpenFile final : public OpenFile {
 
 class LinuxFileService final : public FileService {
  public:
-  std::optional<FileInfo> info(const std::string& path, bool followLinks) override {
+  FileResult<FileInfo> info(const std::string& path, bool followLinks) override {
     struct statx sx {};
     int flags = AT_STATX_SYNC_AS_STAT | (followLinks ? 0 : AT_SYMLINK_NOFOLLOW);
-    if (path.empty()) return fail(ENOENT);
+    if (path.empty()) return FileError{ENOENT};
     if (::statx(AT_FDCWD, path.c_str(), flags, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0)
-      return fail(errno);
+      return FileError{errno};
     FileInfo info;
     info.kind = kindOf(sx.stx_mode);
     info.size = sx.stx_size;
@@ -86,27 +86,25 @@ class LinuxFileService final : public FileService {
     return info;
   }
 
-  int lastError() const override { return error_; }
-
-  int walk(const std::string& root, const std::vector<std::string>& names) override {
+  FileStatus walk(const std::string& root, const std::vector<std::string>& names) override {
     // O_PATH descriptors: a step needs search permission on its folder, not read permission.
     int dir = ::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (dir < 0) return errno;
+    if (dir < 0) return FileError{errno};
     for (const std::string& name : names) {
       int item = ::openat(dir, name.c_str(), O_PATH | O_CLOEXEC);
       int error = item < 0 ? errno : 0;
       ::close(dir);
-      if (item < 0) return error;
+      if (item < 0) return FileError{error};
       dir = item;
     }
     ::close(dir);
-    return 0;
+    return {};
   }
 
-  std::unique_ptr<OpenFile> open(const std::string& path, OpenMode mode) override {
+  OpenedFile open(const std::string& path, OpenMode mode) override {
     if (mode != OpenMode::Read &&
         lockRefuses(path, mode == OpenMode::ReadWrite ? Change::Data : Change::Name))
-      return nullptr;
+      return FileError{EPERM};
     int flags = O_CLOEXEC;
     switch (mode) {
       case OpenMode::Read: flags |= O_RDONLY; break;
@@ -114,49 +112,46 @@ class LinuxFileService final : public FileService {
       case OpenMode::CreateNew: flags |= O_RDWR | O_CREAT | O_EXCL; break;
     }
     int fd = ::open(path.c_str(), flags, 0666);
-    if (fd < 0) {
-      error_ = errno;
-      return nullptr;
-    }
-    return std::make_unique<LinuxOpenFile>(fd);
+    if (fd < 0) return FileError{errno};
+    return std::unique_ptr<OpenFile>(std::make_unique<LinuxOpenFile>(fd));
   }
 
-  bool createFolder(const std::string& path) override {
-    if (lockRefuses(trimmed(path), Change::Name)) return false;
-    return check(::mkdir(path.c_str(), 0777) == 0);
+  FileStatus createFolder(const std::string& path) override {
+    if (lockRefuses(trimmed(path), Change::Name)) return FileError{EPERM};
+    return FileStatus::fromErrno(::mkdir(path.c_str(), 0777) == 0);
   }
 
   // A file or link goes together with its companion and its line in the folder's ".hidden".
-  bool removeFile(const std::string& path) override {
+  FileStatus removeFile(const std::string& path) override {
     std::string item = trimmed(path);
     struct statx sx {};
-    if (!statItem(item, false, sx)) return check(false);
-    if (lockRefuses(item, Change::Name)) return false;
-    if (::unlink(item.c_str()) != 0) return check(false);
+    if (!statItem(item, false, sx)) return FileError{errno};
+    if (lockRefuses(item, Change::Name)) return FileError{EPERM};
+    if (::unlink(item.c_str()) != 0) return FileError{errno};
     forgetItem(item);
-    return true;
+    return {};
   }
 
-  bool removeFolder(const std::string& path) override {
+  FileStatus removeFolder(const std::string& path) override {
     std::string item = trimmed(path);
     struct statx sx {};
-    if (!statItem(item, false, sx)) return check(false);
-    if (lockRefuses(item, Change::Name)) return false;
-    if (::rmdir(item.c_str()) != 0) return check(false);
+    if (!statItem(item, false, sx)) return FileError{errno};
+    if (lockRefuses(item, Change::Name)) return FileError{EPERM};
+    if (::rmdir(item.c_str()) != 0) return FileError{errno};
     forgetItem(item);
-    return true;
+    return {};
   }
 
-  bool rename(const std::string& fromPath, const std::string& toPath) override {
+  FileStatus rename(const std::string& fromPath, const std::string& toPath) override {
     std::string from = trimmed(fromPath), to = trimmed(toPath);
     struct statx sx {};
-    if (!statItem(from, false, sx)) return check(false);
-    if (lockRefuses(from, Change::Name) || lockRefuses(to, Change::Name)) return false;
+    if (!statItem(from, false, sx)) return FileError{errno};
+    if (lockRefuses(from, Change::Name) || lockRefuses(to, Change::Name)) return FileError{EPERM};
     bool replacing = statItem(to, false, sx);
-    if (from == to) return true;
+    if (from == to) return {};
     bool fromListed = hiddenLists_.listed(from);
     bool toListed = replacing && hiddenLists_.listed(to);
-    if (::rename(from.c_str(), to.c_str()) != 0) return check(false);
+    if (::rename(from.c_str(), to.c_str()) != 0) return FileError{errno};
     // The companion follows; a companion left by the item that was replaced goes.
     std::string fromCompanion = companionOf(from), toCompanion = companionOf(to);
     if (::access(fromCompanion.c_str(), F_OK) == 0)
@@ -166,15 +161,15 @@ class LinuxFileService final : public FileService {
     if (fromListed) setListed(from, false);
     bool wantListed = fromListed || hasInvisibleFlag(to);
     if (wantListed != toListed) setListed(to, wantListed);
-    return true;
+    return {};
   }
 
-  bool exchange(const std::string& aPath, const std::string& bPath) override {
+  FileStatus exchange(const std::string& aPath, const std::string& bPath) override {
     std::string a = trimmed(aPath), b = trimmed(bPath);
-    if (lockRefuses(a, Change::Name) || lockRefuses(b, Change::Name)) return false;
+    if (lockRefuses(a, Change::Name) || lockRefuses(b, Change::Name)) return FileError{EPERM};
     bool aListed = hiddenLists_.listed(a), bListed = hiddenLists_.listed(b);
     if (::renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) != 0)
-      return check(false);
+      return FileError{errno};
     std::string ca = companionOf(a), cb = companionOf(b);
     bool aHas = ::access(ca.c_str(), F_OK) == 0, bHas = ::access(cb.c_str(), F_OK) == 0;
     if (aHas && bHas)
@@ -187,16 +182,15 @@ class LinuxFileService final : public FileService {
       setListed(a, bListed);
       setListed(b, aListed);
     }
-    return true;
+    return {};
   }
 
-  bool syncFolder(const std::string& folder) override {
+  FileStatus syncFolder(const std::string& folder) override {
     int fd = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return check(false);
-    bool ok = ::fsync(fd) == 0;
-    if (!ok) error_ = errno;
+    if (fd < 0) return FileError{errno};
+    FileStatus synced = FileStatus::fromErrno(::fsync(fd) == 0);
     ::close(fd);
-    return ok;
+    return synced;
   }
 
   // The system's temporary folder when it lies on the same filesystem; else a private folder in
@@ -204,7 +198,7 @@ class LinuxFileService final : public FileService {
   std::string temporaryFolderFor(const std::string& path) override {
     std::string folder = folderOf(path);
     struct stat target {};
-    if (::stat(folder.c_str(), &target) != 0) return fail(errno), std::string();
+    if (::stat(folder.c_str(), &target) != 0) return std::string();
     for (std::string candidate : {std::string(g_get_tmp_dir()),
                                   std::string(g_get_user_cache_dir()) + "/tessel"}) {
       struct stat st {};
@@ -222,10 +216,10 @@ class LinuxFileService final : public FileService {
     return folder;
   }
 
-  bool listFolder(const std::string& path, std::vector<FolderEntry>& entries) override {
+  FileStatus listFolder(const std::string& path, std::vector<FolderEntry>& entries) override {
     entries.clear();
     DIR* dir = ::opendir(path.c_str());
-    if (dir == nullptr) return check(false);
+    if (dir == nullptr) return FileError{errno};
     int fd = ::dirfd(dir);
     bool companions = false;
     errno = 0;
@@ -248,12 +242,12 @@ class LinuxFileService final : public FileService {
       entries.push_back(std::move(entry));
       errno = 0;
     }
-    bool ok = errno == 0;
-    if (!ok) error_ = errno;
+    int error = errno;
     ::closedir(dir);
-    if (ok && companions) dropCompanions(entries);
-    if (ok) markHidden(trimmed(path), entries);
-    return ok;
+    if (error != 0) return FileError{error};
+    if (companions) dropCompanions(entries);
+    markHidden(trimmed(path), entries);
+    return {};
   }
 
   void markHidden(const std::string& folder, std::vector<FolderEntry>& entries) {
@@ -289,11 +283,11 @@ class LinuxFileService final : public FileService {
     entries.resize(kept);
   }
 
-  std::optional<std::string> readLink(const std::string& path) override {
+  FileResult<std::string> readLink(const std::string& path) override {
     std::string target(256, '\0');
     for (;;) {
       ssize_t n = ::readlink(path.c_str(), target.data(), target.size());
-      if (n < 0) return fail(errno);
+      if (n < 0) return FileError{errno};
       if (static_cast<size_t>(n) < target.size()) {
         target.resize(static_cast<size_t>(n));
         return target;
@@ -302,54 +296,50 @@ class LinuxFileService final : public FileService {
     }
   }
 
-  bool createLink(const std::string& target, const std::string& path) override {
-    if (lockRefuses(trimmed(path), Change::Name)) return false;
-    return check(::symlink(target.c_str(), path.c_str()) == 0);
+  FileStatus createLink(const std::string& target, const std::string& path) override {
+    if (lockRefuses(trimmed(path), Change::Name)) return FileError{EPERM};
+    return FileStatus::fromErrno(::symlink(target.c_str(), path.c_str()) == 0);
   }
 
-  bool copyFile(const std::string& from, const std::string& to, const CopyProgress& progress,
-                size_t blockSize) override {
+  FileStatus copyFile(const std::string& from, const std::string& to, const CopyProgress& progress,
+                      size_t blockSize) override {
     int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in < 0) return check(false);
+    if (in < 0) return FileError{errno};
     struct stat st {};
     if (::fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
-      error_ = errno != 0 ? errno : EINVAL;
+      int error = errno != 0 ? errno : EINVAL;
       ::close(in);
-      return false;
+      return FileError{error};
     }
     struct statx existing {};
     if (statItem(to, false, existing)) {
       ::close(in);
-      return refuse(lockedItem(existing) ? EPERM : EEXIST);
+      return FileError{lockedItem(existing) ? EPERM : EEXIST};
     }
     if (lockRefuses(to, Change::Name)) {
       ::close(in);
-      return false;
+      return FileError{EPERM};
     }
     int out = ::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, st.st_mode & 07777);
     if (out < 0) {
-      error_ = errno;
+      int error = errno;
       ::close(in);
-      return false;
+      return FileError{error};
     }
-    bool ok = copyData(in, out, progress, blockSize) && ::fchmod(out, st.st_mode & 07777) == 0;
-    if (!ok) error_ = errno != 0 ? errno : EIO;
-    if (ok) copyAttributes(in, out);
+    FileStatus copied = copyData(in, out, progress, blockSize);
+    if (copied && ::fchmod(out, st.st_mode & 07777) != 0) copied = FileError{errno};
+    if (copied) copyAttributes(in, out);
     ::close(in);
-    if (::close(out) != 0 && ok) {
-      ok = false;
-      error_ = errno;
-    }
-    if (ok && !copyCompanion(trimmed(from), trimmed(to))) {
-      ok = false;
-      error_ = errno != 0 ? errno : EIO;
-      ::unlink(to.c_str());
-    }
-    return ok;
+    if (::close(out) != 0 && copied) copied = FileError{errno};
+    if (copied) copied = copyCompanion(trimmed(from), trimmed(to));
+    // The new name is ours (O_EXCL): a copy that failed (a full disk, a read error) leaves
+    // nothing half-written under it; a cancelled one leaves what it copied.
+    if (!copied && copied.error() != ECANCELED) ::unlink(to.c_str());
+    return copied;
   }
 
-  bool setMode(const std::string& path, uint32_t mode) override {
-    return check(::chmod(path.c_str(), mode & 07777) == 0);
+  FileStatus setMode(const std::string& path, uint32_t mode) override {
+    return FileStatus::fromErrno(::chmod(path.c_str(), mode & 07777) == 0);
   }
 
   // Locked: the immutable flag, or no write bit for anyone (the lock of a process that may not
@@ -359,26 +349,26 @@ class LinuxFileService final : public FileService {
     return statItem(trimmed(path), true, sx) && lockedItem(sx);
   }
 
-  bool setLocked(const std::string& path, bool locked) override {
+  FileStatus setLocked(const std::string& path, bool locked) override {
     std::string item = trimmed(path);
     struct statx sx {};
-    if (!statItem(item, true, sx)) return check(false);
+    if (!statItem(item, true, sx)) return FileError{errno};
     bool immutable = (sx.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
     uint32_t mode = sx.stx_mode & 07777;
     if (locked) {
-      if (immutable) return true;
+      if (immutable) return {};
       int err = setImmutable(item, true);
-      if (err == 0) return true;
+      if (err == 0) return {};
       if (err != EPERM && err != EACCES && err != ENOTTY && err != EOPNOTSUPP && err != EINVAL)
-        return refuse(err);
-      return check(::chmod(item.c_str(), mode & ~0222u) == 0);
+        return FileError{err};
+      return FileStatus::fromErrno(::chmod(item.c_str(), mode & ~0222u) == 0);
     }
     if (immutable) {
       int err = setImmutable(item, false);
-      if (err != 0) return refuse(err);
+      if (err != 0) return FileError{err};
     }
-    if ((mode & 0222) == 0) return check(::chmod(item.c_str(), mode | 0200) == 0);
-    return true;
+    if ((mode & 0222) == 0) return FileStatus::fromErrno(::chmod(item.c_str(), mode | 0200) == 0);
+    return {};
   }
 
   bool isHidden(const std::string& path) override {
@@ -393,10 +383,10 @@ class LinuxFileService final : public FileService {
   // The invisible flag of the Finder information (where the filesystem keeps it) and the line in
   // the folder's ".hidden" change together. A link's flag would be its target's, so a link only
   // gets the line.
-  bool setHidden(const std::string& path, bool hidden) override {
+  FileStatus setHidden(const std::string& path, bool hidden) override {
     std::string item = trimmed(path);
     struct statx sx {};
-    if (!statItem(item, false, sx)) return check(false);
+    if (!statItem(item, false, sx)) return FileError{errno};
     if (!S_ISLNK(sx.stx_mode)) {
       FinderInfo record = readFinderInfo(item).value_or(FinderInfo{});
       uint16_t flags = record.flags();
@@ -404,7 +394,7 @@ class LinuxFileService final : public FileService {
       if (wanted != flags) {
         record.setFlags(wanted);
         int error = writeFinderInfo(item, record);
-        if (error != 0 && error != ENOTSUP) return refuse(error);
+        if (error != 0 && error != ENOTSUP) return FileError{error};
       }
     }
     std::string_view name = leafOf(item);
@@ -412,20 +402,21 @@ class LinuxFileService final : public FileService {
     return setListed(item, hidden && !dotName);
   }
 
-  std::optional<FinderInfo> finderInfo(const std::string& path) override {
+  FileResult<FinderInfo> finderInfo(const std::string& path) override {
     auto record = readFinderInfo(trimmed(path));
-    if (!record) return fail(errno);
-    return record;
+    if (!record) return FileError{errno};
+    return *record;
   }
 
-  bool setFinderInfo(const std::string& path, const FinderInfo& info) override {
+  FileStatus setFinderInfo(const std::string& path, const FinderInfo& info) override {
     int error = writeFinderInfo(trimmed(path), info);
-    return error == 0 || refuse(error);
+    if (error != 0) return FileError{error};
+    return {};
   }
 
-  std::optional<std::string> resourceFork(const std::string& path) override {
+  FileResult<std::string> resourceFork(const std::string& path) override {
     std::string item = trimmed(path);
-    if (::access(item.c_str(), F_OK) != 0) return fail(errno);
+    if (::access(item.c_str(), F_OK) != 0) return FileError{errno};
     int fd = ::open(companionOf(item).c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::string();
     std::string data = readDoubleEntry(fd, kResourceForkEntry).value_or(std::string());
@@ -448,9 +439,9 @@ class LinuxFileService final : public FileService {
 
   // Rewrites the companion with the new fork, keeping its other entries; an empty fork and no
   // other entries leave no companion.
-  bool setResourceFork(const std::string& path, std::string_view data) override {
+  FileStatus setResourceFork(const std::string& path, std::string_view data) override {
     std::string item = trimmed(path);
-    if (::access(item.c_str(), F_OK) != 0) return check(false);
+    if (::access(item.c_str(), F_OK) != 0) return FileError{errno};
     std::string companion = companionOf(item);
     std::vector<std::pair<uint32_t, std::string>> kept;
     int fd = ::open(companion.c_str(), O_RDONLY | O_CLOEXEC);
@@ -466,49 +457,46 @@ class LinuxFileService final : public FileService {
       ::close(fd);
     }
     if (!data.empty()) kept.emplace_back(kResourceForkEntry, std::string(data));
-    bool ok;
-    if (kept.empty())
-      ok = ::unlink(companion.c_str()) == 0 || errno == ENOENT;
-    else
-      ok = writeReplacing(companion, encodeDouble(kept));
-    if (!ok) return check(false);
-    syncFolder(folderOf(item));
-    return true;
+    FileStatus written;
+    if (kept.empty()) {
+      if (::unlink(companion.c_str()) != 0 && errno != ENOENT) written = FileError{errno};
+    } else {
+      written = writeReplacing(companion, encodeDouble(kept));
+    }
+    if (written) syncFolder(folderOf(item));
+    return written;
   }
 
   // ---- Listings and copies
-  bool setModifiedTime(const std::string& path, int64_t seconds, uint32_t nanoseconds) override {
+  FileStatus setModifiedTime(const std::string& path, int64_t seconds,
+                             uint32_t nanoseconds) override {
     struct timespec times[2] = {{0, UTIME_OMIT},
                                 {static_cast<time_t>(seconds), static_cast<long>(nanoseconds)}};
-    return check(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0);
+    return FileStatus::fromErrno(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) ==
+                                 0);
   }
 
-  bool setOwner(const std::string& path, uint32_t uid, uint32_t gid) override {
-    return check(::lchown(path.c_str(), uid, gid) == 0);
+  FileStatus setOwner(const std::string& path, uint32_t uid, uint32_t gid) override {
+    return FileStatus::fromErrno(::lchown(path.c_str(), uid, gid) == 0);
   }
 
   // The sizes are looked up relative to the open folder, not through each item's full path.
-  bool listFolderWithSizes(const std::string& path, std::vector<FolderEntry>& entries,
-                           std::vector<uint64_t>& sizes) override {
-    if (!listFolder(path, entries)) return false;
+  FileStatus listFolderWithSizes(const std::string& path, std::vector<FolderEntry>& entries,
+                                 std::vector<uint64_t>& sizes) override {
+    if (FileStatus listed = listFolder(path, entries); !listed) return listed;
     sizes.assign(entries.size(), 0);
     int dir = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dir < 0) return check(false);
+    if (dir < 0) return FileError{errno};
     for (size_t i = 0; i < entries.size(); ++i) {
       struct stat st {};
       if (::fstatat(dir, entries[i].name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0)
         sizes[i] = static_cast<uint64_t>(st.st_size);
     }
     ::close(dir);
-    return true;
+    return {};
   }
 
  private:
-  bool refuse(int error) {
-    error_ = error;
-    return false;
-  }
-
   // What a writer changes: an item's data, or a name in a folder (adding, removing, renaming or
   // replacing an item).
   enum class Change { Data, Name };
@@ -516,13 +504,12 @@ class LinuxFileService final : public FileService {
   // The lock rule, the one check of every writer: a locked item's data is not written, and no
   // name is added, removed or replaced where the item under it or its folder is locked. Applied
   // alike whoever runs the host: the kernel would let root write, fill or empty what nobody has a
-  // write bit for. True (lastError() EPERM) when the rule refuses.
+  // write bit for. True when the rule refuses (the writer answers EPERM).
   bool lockRefuses(const std::string& item, Change change) {
     struct statx sx {};
     bool refused = statItem(item, change == Change::Data, sx) && lockedItem(sx);
     if (!refused && change == Change::Name)
       refused = statItem(folderOf(item), true, sx) && lockedItem(sx);
-    if (refused) error_ = EPERM;
     return refused;
   }
 
@@ -533,48 +520,37 @@ class LinuxFileService final : public FileService {
   }
 
   // Adds the item's name to its folder's ".hidden" or removes it; a list left empty is removed.
-  bool setListed(const std::string& item, bool listed) {
+  FileStatus setListed(const std::string& item, bool listed) {
     std::string folder = folderOf(item);
     std::string name(leafOf(item));
-    if (name.empty() || name.find('\n') != std::string::npos) return !listed;
+    if (name.empty() || name.find('\n') != std::string::npos)
+      return listed ? FileStatus(FileError{EINVAL}) : FileStatus();
     const std::vector<std::string>* current = hiddenLists_.namesOf(folder);
     std::vector<std::string> names;
     if (current != nullptr) names = *current;
     bool has = std::find(names.begin(), names.end(), name) != names.end();
-    if (has == listed) return true;
+    if (has == listed) return {};
     // The list is the folder's: a locked folder's list does not change.
     struct statx sx {};
-    if (statItem(folder, true, sx) && lockedItem(sx)) return refuse(EPERM);
+    if (statItem(folder, true, sx) && lockedItem(sx)) return FileError{EPERM};
     if (listed)
       names.push_back(name);
     else
       names.erase(std::remove(names.begin(), names.end(), name), names.end());
     hiddenLists_.forget();
     std::string file = folder + "/.hidden";
-    bool ok;
+    FileStatus written;
     if (names.empty()) {
-      ok = ::unlink(file.c_str()) == 0 || errno == ENOENT;
+      if (::unlink(file.c_str()) != 0 && errno != ENOENT) written = FileError{errno};
     } else {
       std::string text;
       for (const std::string& n : names) text += n + "\n";
-      ok = writeReplacing(file, text);
+      written = writeReplacing(file, text);
     }
-    if (!ok) return check(false);
-    syncFolder(folder);
-    return true;
+    if (written) syncFolder(folder);
+    return written;
   }
 
-  bool check(bool ok) {
-    if (!ok) error_ = errno != 0 ? errno : EIO;
-    return ok;
-  }
-
-  std::nullopt_t fail(int error) {
-    error_ = error;
-    return std::nullopt;
-  }
-
-  int error_ = 0;
   HiddenLists hiddenLists_;
 };
 

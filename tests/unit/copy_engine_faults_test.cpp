@@ -1,50 +1,70 @@
-// The copy engine when the file service fails under it: a failure leaves no temporary copy behind
-// and the destination as it was; a temporary name someone else holds is
-// passed over and left alone. The faults are injected through the fake file service.
+// The copy engine when the file service fails under it, on real files: a failure leaves no
+// temporary copy behind and the destination as it was; an unrelated file in the destination's
+// folder is left alone. The faults are injected through the
+// fault-injecting decorator of the Linux file service.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <sstream>
 
-#include "fake_file_service.h"
+#include "faulty_file_service.h"
 #include "files/copy_engine.h"
 #include "paths_test_support.h"
 
 namespace tessel::files {
 namespace {
 
-using platform::FakeFileService;
+using testing::FaultyFileService;
+
+std::string contents(const std::string& path) {
+  std::ifstream in(path);
+  std::stringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
 
 class CopyFaultsTest : public testing::PathsTest {
  protected:
   void SetUp() override {
     PathsTest::SetUp();
-    previous_ = platform::setFileService(nullptr);
+    auto service = std::make_unique<FaultyFileService>();
+    files = service.get();
+    previous_ = platform::setFileService(std::move(service));
   }
   void TearDown() override {
+    files->clearFaults();
+    files->setLocked(dest("a.txt"), false);
     platform::setFileService(std::move(previous_));
     PathsTest::TearDown();
   }
 
   // A fresh tree: a source file, and an older destination of the same name.
   void freshTree() {
-    auto service = std::make_unique<FakeFileService>();
-    files = service.get();
-    platform::setFileService(std::move(service));
-    files->addFile("/src/a.txt", "new data");
-    files->addFile("/dest/a.txt", "old");
+    files->clearFaults();
+    files->setLocked(dest("a.txt"), false);
+    std::filesystem::remove_all(scratch.path() + "/dest");
+    scratch.file("src/a.txt", "new data");
+    scratch.file("dest/a.txt", "old");
+  }
+  std::string dest(const std::string& name) { return scratch.path() + "/dest/" + name; }
+  std::string hfs(const std::string& relative) {
+    return "Startup" + testing::replaceSlashes(scratch.path() + "/" + relative);
   }
 
-  // The names in /dest after the copy.
+  // The names in dest after the copy, sorted.
   std::vector<std::string> destNames() {
-    std::vector<platform::FolderEntry> entries;
-    files->listFolder("/dest", entries);
     std::vector<std::string> names;
-    for (const auto& entry : entries) names.push_back(entry.name);
+    for (const auto& entry : std::filesystem::directory_iterator(scratch.path() + "/dest"))
+      names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
     return names;
   }
 
-  FakeFileService* files = nullptr;
+  FaultyFileService* files = nullptr;
 
  private:
   std::unique_ptr<platform::FileService> previous_;
@@ -54,39 +74,39 @@ TEST_F(CopyFaultsTest, FailuresLeaveNoTemporaryCopy) {
   const std::string taken = "tessel temp file 23";
   struct Case {
     const char* what;
-    std::function<void(FakeFileService&)> arrange;
+    std::function<void()> arrange;
     int32_t code;
     const char* destination;  // the data under the destination's name afterwards (nullptr: none)
     std::vector<std::string> names;
   };
   const Case cases[] = {
-      {"a temporary name already taken",
-       [&](FakeFileService& f) { f.addFile("/dest/" + taken, "someone else's"); }, kCopied,
-       "new data", {"a.txt", taken}},
-      {"a full disk", [](FakeFileService& f) { f.failNext["copyFile"] = ENOSPC; }, kCopyFailed,
-       "old", {"a.txt"}},
-      {"a read error", [](FakeFileService& f) { f.failNext["copyFile"] = EIO; }, kCopyFailed,
-       "old", {"a.txt"}},
+      {"an unrelated file beside the destination",
+       [&] { scratch.file("dest/" + taken, "someone else's"); }, kCopied, "new data",
+       {"a.txt", taken}},
+      {"a full disk", [&] { files->fail("copyFile", ENOSPC, "/dest/"); }, kCopyFailed, "old",
+       {"a.txt"}},
+      {"a read error", [&] { files->fail("copyFile", EIO, "/dest/"); }, kCopyFailed, "old",
+       {"a.txt"}},
       // The copy is renamed over the old destination, so a rename that fails leaves it whole.
-      {"a rename across filesystems", [](FakeFileService& f) { f.failNext["rename"] = EXDEV; },
+      {"a rename across filesystems", [&] { files->fail("rename", EXDEV, "/dest/"); },
        kCopyFailed, "old", {"a.txt"}},
-      {"a locked destination", [](FakeFileService& f) { f.node("/dest/a.txt")->immutable = true; },
+      {"a locked destination", [&] { ASSERT_TRUE(files->setLocked(dest("a.txt"), true)); },
        kCopyFailed, "old", {"a.txt"}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     freshTree();
-    c.arrange(*files);
-    EXPECT_EQ(copyOneFile("Startup:src:a.txt", "Startup:dest:a.txt", ""), c.code);
-    const auto* destination = files->node("/dest/a.txt");
-    EXPECT_EQ(destination == nullptr, c.destination == nullptr);
-    if (destination != nullptr && c.destination != nullptr) {
-      EXPECT_EQ(destination->data, c.destination);
+    c.arrange();
+    EXPECT_EQ(copyOneFile(hfs("src:a.txt"), hfs("dest:a.txt"), ""), c.code);
+    EXPECT_EQ(std::filesystem::exists(dest("a.txt")), c.destination != nullptr);
+    if (c.destination != nullptr) {
+      EXPECT_EQ(contents(dest("a.txt")), c.destination);
     }
     EXPECT_EQ(destNames(), c.names);
-    if (const auto* other = files->node("/dest/" + taken); c.names.size() > 1 && other) {
-      EXPECT_EQ(other->data, "someone else's");
+    if (c.names.size() > 1) {
+      EXPECT_EQ(contents(dest(taken)), "someone else's");
     }
+    EXPECT_EQ(contents(scratch.path() + "/src/a.txt"), "new data");
   }
 }
 

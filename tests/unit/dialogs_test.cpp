@@ -5,9 +5,10 @@
 #include "dialogs/message_box.h"
 #include "dialogs/prompt.h"
 #include "dialogs/selectors.h"
-#include "fake_file_service.h"
 #include "fake_ui.h"
 #include "paths/paths.h"
+#include "paths_test_support.h"
+#include "platform/files.h"
 
 namespace tessel {
 namespace {
@@ -265,17 +266,15 @@ TEST(Selectors, FilterForms) {
   EXPECT_EQ(dialogs::parseFileFilter(std::string(60, 'T')).types.size(), 12u);
 
   // Types come from each file's Finder information.
-  auto files = std::make_unique<platform::FakeFileService>();
+  testing::ScratchFolder d;
   platform::FinderInfo text;
   text.setType(0x54455854);
-  files->addFile("/d/notes").finder = text;
-  files->addFile("/d/plain");
-  auto previous = platform::setFileService(std::move(files));
+  ASSERT_TRUE(platform::fileService().setFinderInfo(d.file("notes"), text));
+  d.file("plain");
   f = dialogs::parseFileFilter("PICTTEXT");
-  EXPECT_TRUE(f.matches("/d/notes"));
-  EXPECT_FALSE(f.matches("/d/plain"));
-  EXPECT_FALSE(f.matches("/d/missing"));
-  platform::setFileService(std::move(previous));
+  EXPECT_TRUE(f.matches(d.path() + "/notes"));
+  EXPECT_FALSE(f.matches(d.path() + "/plain"));
+  EXPECT_FALSE(f.matches(d.path() + "/missing"));
 }
 
 TEST(Selectors, ChoicesComeBackInTheCurrentStyle) {

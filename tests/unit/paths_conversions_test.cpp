@@ -2,8 +2,12 @@
 // table whose second volume is a real scratch folder.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "faulty_file_service.h"
 #include "paths/paths.h"
-#include "fake_file_service.h"
 #include "paths/volume_model.h"
 #include "paths_test_support.h"
 
@@ -148,49 +152,47 @@ TEST_F(ConversionsTest, LongAndShortNames) {
   EXPECT_EQ(shortPathName("USB:missing"), "");
 }
 
-// On the fake file service, where a folder may refuse a search whoever runs the tests and a link
-// loop is cheap: a long name needs every component reachable, and a link counts as what it leads
-// to when the conversions ask whether an item is a folder.
-class FakeFilesTest : public PathsTest {
+// On real files, with the refused search of a folder injected (root passes every permission
+// check): a long name needs every component reachable, and a link counts as what it leads to
+// when the conversions ask whether an item is a folder.
+class RealFilesTest : public PathsTest {
  protected:
   void SetUp() override {
     PathsTest::SetUp();
-    auto service = std::make_unique<platform::FakeFileService>();
-    files = service.get();
+    auto service = std::make_unique<testing::FaultyFileService>();
+    service->fail("walk", EACCES, "/data/private/");
     previous_ = platform::setFileService(std::move(service));
-    files->addFile("/data/docs/a.txt");
-    files->addLink("/data/shortcut", "docs");
-    files->addFolder("/data/private/inner").mode = 0700;
-    files->node("/data/private")->mode = 0600;  // no search bit
-    files->addFile("/data/plain");
-    files->addLink("/data/loop", "/data/loop2");
-    files->addLink("/data/loop2", "/data/loop");
+    data = scratch.folder("data");
+    scratch.file("data/docs/a.txt");
+    scratch.folder("data/private/inner");
+    scratch.file("data/plain");
+    ASSERT_EQ(::symlink("docs", (data + "/shortcut").c_str()), 0);
+    ASSERT_EQ(::symlink("loop2", (data + "/loop").c_str()), 0);
+    ASSERT_EQ(::symlink("loop", (data + "/loop2").c_str()), 0);
+    hfs = "Startup" + replaceSlashes(data);
   }
   void TearDown() override {
     platform::setFileService(std::move(previous_));
     PathsTest::TearDown();
   }
-  platform::FakeFileService* files = nullptr;
+  std::string data, hfs;
 
  private:
   std::unique_ptr<platform::FileService> previous_;
 };
 
-TEST_F(FakeFilesTest, LongNamesWalkEveryComponent) {
-  EXPECT_EQ(longPathName("Startup:data:docs:a.txt"), "Startup:data:docs:a.txt");
-  EXPECT_EQ(longPathName("Startup:data:shortcut:a.txt"), "Startup:data:shortcut:a.txt");
-  EXPECT_EQ(files->walk("/", {"data", "private", "inner"}), EACCES);
-  EXPECT_EQ(longPathName("Startup:data:private:inner"), "");
-  EXPECT_EQ(files->walk("/", {"data", "plain", "x"}), ENOTDIR);
-  EXPECT_EQ(longPathName("Startup:data:plain:x"), "");
-  EXPECT_EQ(files->walk("/", {"data", "loop", "x"}), ELOOP);
-  EXPECT_EQ(longPathName("Startup:data:loop:x"), "");
-  EXPECT_EQ(longPathName("Startup:data:missing"), "");
+TEST_F(RealFilesTest, LongNamesWalkEveryComponent) {
+  EXPECT_EQ(longPathName(hfs + ":docs:a.txt"), hfs + ":docs:a.txt");
+  EXPECT_EQ(longPathName(hfs + ":shortcut:a.txt"), hfs + ":shortcut:a.txt");
+  EXPECT_EQ(longPathName(hfs + ":private:inner"), "");  // EACCES
+  EXPECT_EQ(longPathName(hfs + ":plain:x"), "");        // ENOTDIR
+  EXPECT_EQ(longPathName(hfs + ":loop:x"), "");         // ELOOP
+  EXPECT_EQ(longPathName(hfs + ":missing"), "");
 
-  EXPECT_EQ(toHfsPath("/data/shortcut"), "Startup:data:shortcut:");  // a link to a folder
-  EXPECT_EQ(toHfsPath("/data/loop"), "Startup:data:loop");           // a link to nothing
-  EXPECT_EQ(toUnixPath("Startup:data:shortcut"), "/data/shortcut/");
-  EXPECT_EQ(toUnixPath("Startup:data:loop"), "/data/loop");
+  EXPECT_EQ(toHfsPath(data + "/shortcut"), hfs + ":shortcut:");  // a link to a folder
+  EXPECT_EQ(toHfsPath(data + "/loop"), hfs + ":loop");           // a link to nothing
+  EXPECT_EQ(toUnixPath(hfs + ":shortcut"), data + "/shortcut/");
+  EXPECT_EQ(toUnixPath(hfs + ":loop"), data + "/loop");
 }
 
 }  // namespace

@@ -124,16 +124,11 @@ TEST_F(LinuxFilesTest, LockedItemsCannotBeRemovedRenamedOrReplaced) {
   EXPECT_TRUE(files_->isLocked(path("a")));
   EXPECT_FALSE(files_->isLocked(path("b")));
 
-  EXPECT_FALSE(files_->removeFile(path("a")));
-  EXPECT_EQ(files_->lastError(), EPERM);
-  EXPECT_FALSE(files_->rename(path("a"), path("c")));
-  EXPECT_EQ(files_->lastError(), EPERM);
-  EXPECT_FALSE(files_->rename(path("b"), path("a")));
-  EXPECT_EQ(files_->lastError(), EPERM);
-  EXPECT_FALSE(files_->exchange(path("b"), path("a")));
-  EXPECT_EQ(files_->lastError(), EPERM);
-  EXPECT_FALSE(files_->copyFile(path("b"), path("a")));
-  EXPECT_EQ(files_->lastError(), EPERM);
+  EXPECT_EQ(files_->removeFile(path("a")).error(), EPERM);
+  EXPECT_EQ(files_->rename(path("a"), path("c")).error(), EPERM);
+  EXPECT_EQ(files_->rename(path("b"), path("a")).error(), EPERM);
+  EXPECT_EQ(files_->exchange(path("b"), path("a")).error(), EPERM);
+  EXPECT_EQ(files_->copyFile(path("b"), path("a")).error(), EPERM);
   EXPECT_EQ(read("a"), "locked");
   EXPECT_TRUE(exists("b"));
 
@@ -215,10 +210,11 @@ std::string lockWithoutImmutableFlag(FileService& files, const std::string& fold
   ::stat(f.c_str(), &st);
   if ((st.st_mode & 0777) != 0444) return "mode after locking";
   if (!files.isLocked(f)) return "isLocked";
-  if (files.removeFile(f) || files.lastError() != EPERM) return "removeFile";
+  if (files.removeFile(f).error() != EPERM) return "removeFile";
   FinderInfo info;
   info.setType(0x54455854);
-  if (!files.setFinderInfo(f, info)) return "setFinderInfo " + std::to_string(files.lastError());
+  if (FileStatus set = files.setFinderInfo(f, info); !set)
+    return "setFinderInfo " + std::to_string(set.error());
   ::stat(f.c_str(), &st);
   if ((st.st_mode & 0777) != 0444) return "mode after setFinderInfo";
   if (!files.setLocked(f, false)) return "unlock";
@@ -267,8 +263,7 @@ TEST_F(LinuxFilesTest, FilesystemWithoutExtendedAttributes) {
   std::string file = mountPoint + "/f";
   std::ofstream(file) << "data";
   EXPECT_FALSE(files_->finderInfo(file));
-  EXPECT_FALSE(files_->setFinderInfo(file, record(1, 2, 3)));
-  EXPECT_EQ(files_->lastError(), ENOTSUP);
+  EXPECT_EQ(files_->setFinderInfo(file, record(1, 2, 3)).error(), ENOTSUP);
   EXPECT_TRUE(files_->setHidden(file, true));
   EXPECT_TRUE(files_->isHidden(file));
   EXPECT_TRUE(files_->setResourceFork(file, "fork"));

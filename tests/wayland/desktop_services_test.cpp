@@ -1,0 +1,187 @@
+// Displays, the clipboard and the desktop picture on a headless sway, through the host loading the
+// built module, each checked against the compositor's own view: swaymsg for the outputs, wl-copy
+// and wl-paste for the clipboard, a grim screenshot for the picture.
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/boundary/boundary_support.h"
+#include "tests/desktop/desktop_support.h"
+
+namespace tessel::testing {
+namespace {
+
+using host::Value;
+
+// "NAME WIDTHxHEIGHT X,Y" per output, as sway reports them.
+std::string swayOutputs() {
+  return run("swaymsg -p -t get_outputs | awk '/^Output/ {n = $2} /Current mode/ {m = $3} "
+             "/Position/ {print n, m, $2}'")
+      .value_or("?");
+}
+
+std::vector<std::string> strings(const Value& list) {
+  std::vector<std::string> out;
+  if (list.isList())
+    for (const Value& v : list.listPtr()->items) out.push_back(v.isString() ? v.string() : "?");
+  return out;
+}
+
+class Wayland : public XtraTest {
+ protected:
+  void SetUp() override {
+    const char* socket = std::getenv("WAYLAND_DISPLAY");
+    if (socket == nullptr || *socket == '\0' || std::getenv("SWAYSOCK") == nullptr)
+      GTEST_SKIP() << "not inside scripts/with-wayland";
+    XtraTest::SetUp();
+  }
+  std::string info(const std::string& display, const std::string& what) {
+    return text("tsMultiDisplayInfo", {Value(display), Value(what)});
+  }
+};
+
+TEST_F(Wayland, DisplaysListedSwitchedAndTestedAsSwayShowsThem) {
+  // A second output beside the first (1280x1024, from with-wayland).
+  const std::string before = "HEADLESS-1 1280x1024 0,0\nHEADLESS-2 1024x768 1280,0\n";
+  ASSERT_TRUE(run("swaymsg -q create_output && swaymsg -q -- output HEADLESS-2 mode --custom "
+                  "1024x768 pos 1280 0 && swaymsg -q -- output HEADLESS-1 pos 0 0"));
+  ASSERT_TRUE(eventually([&] { return swayOutputs() == before; })) << swayOutputs();
+
+  std::vector<std::string> list = strings(call("tsMultiDisplayList"));
+  ASSERT_EQ(list.size(), 4u);
+  EXPECT_EQ(info("", "number"), "2");
+  EXPECT_EQ(info("", "primary"), list[0]);
+  EXPECT_EQ(info("", "second"), list[2]);
+  EXPECT_EQ(info("primary", "width") + "x" + info("primary", "height"), "1280x1024");
+  EXPECT_EQ(info("second", "width") + "x" + info("second", "height") + " at " +
+                info("second", "xpos") + "," + info("second", "ypos"),
+            "1024x768 at 1280,0");
+  EXPECT_EQ(info("primary", "depth"), "32");
+  EXPECT_EQ(info("primary", "refresh"), "60");
+  // Outputs that take any size offer the common sizes besides their own.
+  std::vector<std::string> modes = strings(call("tsMultiDisplayInfo", {Value(list[2]), Value("modes")}));
+  ASSERT_GE(modes.size(), 8u);
+  EXPECT_EQ(std::vector<std::string>(modes.begin(), modes.begin() + 4),
+            (std::vector<std::string>{"1024", "768", "32", "60"}));
+
+  // "test" asks the compositor and changes nothing.
+  EXPECT_EQ(integer("tsSetDisplay", {Value(800), Value(600), Value(32), Value("test"), Value(0)}), 0);
+  EXPECT_EQ(integer("tsSetDisplay", {Value(9000), Value(600), Value(32), Value("test"), Value(0)}),
+            -1);
+  EXPECT_EQ(swayOutputs(), before);
+
+  // A switch shows in the output's mode; the other output keeps its mode and place.
+  EXPECT_EQ(integer("tsSetMultiDisplay", {Value("second"), Value(800), Value(600), Value(32),
+                                          Value(60), Value(""), Value(0)}),
+            0);
+  EXPECT_EQ(swayOutputs(), "HEADLESS-1 1280x1024 0,0\nHEADLESS-2 800x600 1280,0\n");
+  EXPECT_EQ(info("second", "width"), "800");
+  EXPECT_EQ(integer("tsSetMultiDisplay", {Value("second"), Value(801), Value(600), Value(32),
+                                          Value(0), Value(""), Value(0)}),
+            -1);
+  // tsSetDisplay switches the main display, to the smallest size holding the request.
+  EXPECT_EQ(integer("tsSetDisplay", {Value(1000), Value(700), Value(32), Value(""), Value(0)}), 0);
+  EXPECT_EQ(swayOutputs(), "HEADLESS-1 1024x768 0,0\nHEADLESS-2 800x600 1280,0\n");
+}
+
+TEST_F(Wayland, ClipboardRoundTripsWithWlClipboard) {
+  const std::string copied = "h\xC3\xA9llo \xE2\x82\xAC";  // "héllo €"
+  EXPECT_EQ(integer("tsCopyText", {Value(copied)}), 1);
+  EXPECT_EQ(run("timeout 5 wl-paste -n"), copied);
+  EXPECT_EQ(run("timeout 5 wl-paste -n -t UTF8_STRING"), copied);
+  EXPECT_EQ(text("tsPasteText"), copied);
+
+  // Large texts are served whole to a reader; beyond the paste limit they paste as "".
+  std::string big;
+  for (int i = 0; big.size() < 3'000'000; ++i) big += "line " + std::to_string(i) + "\n";
+  EXPECT_EQ(integer("tsCopyText", {Value(big)}), 1);
+  std::optional<std::string> read = run("timeout 5 wl-paste -n");
+  ASSERT_TRUE(read);
+  EXPECT_TRUE(*read == big) << read->size();
+  EXPECT_EQ(text("tsPasteText"), "");
+
+  // What another client copied; a text at the limit pastes whole, a picture as "".
+  TempDir dir;
+  ASSERT_TRUE(run("timeout 5 wl-copy 'from wl-copy \xC3\xA9'"));
+  EXPECT_EQ(text("tsPasteText"), "from wl-copy \xC3\xA9");
+  std::string limit(63999, 'x');
+  ASSERT_TRUE(run("timeout 5 wl-copy < '" + dir.file("limit.txt", limit).string() + "'"));
+  EXPECT_EQ(text("tsPasteText"), limit);
+  ASSERT_TRUE(run("timeout 5 wl-copy -t image/png < '" +
+                  dir.file("p.png", "\x89PNG\r\n\x1a\n").string() + "'"));
+  EXPECT_EQ(text("tsPasteText"), "");
+
+  // The copy outlives the host that made it, and leaves no child behind in it.
+  std::string runner = TESSEL_RUNNER;
+  ASSERT_TRUE(run("'" + runner + "' --xtras '" + xtrasFolder() +
+                  "' -e 'put tsCopyText(\"after the host\")' >/dev/null 2>&1"));
+  EXPECT_EQ(run("timeout 5 wl-paste -n"), "after the host");
+  EXPECT_EQ(integer("tsCopyText", {Value("")}), 1);
+  EXPECT_EQ(run("timeout 5 wl-paste -n"), "");
+  EXPECT_EQ(run("ps -o pid= --ppid " + std::to_string(getpid()) + " | wc -l").value_or(""), "1\n");
+}
+
+// The colour grim sees at (x, y) of output HEADLESS-1, as "R G B".
+std::string screenColour(const TempDir& dir, int x, int y) {
+  std::string shot = dir.str() + "/shot.ppm";
+  if (!run("grim -t ppm -o HEADLESS-1 '" + shot + "'")) return "no screenshot";
+  std::ifstream in(shot, std::ios::binary);
+  std::string magic;
+  int width = 0, height = 0, depth = 0;
+  in >> magic >> width >> height >> depth;
+  in.get();
+  if (magic != "P6" || x >= width || y >= height) return "bad screenshot";
+  in.seekg(static_cast<std::streamoff>((static_cast<int64_t>(y) * width + x) * 3), std::ios::cur);
+  unsigned char rgb[3] = {};
+  in.read(reinterpret_cast<char*>(rgb), 3);
+  return std::to_string(rgb[0]) + " " + std::to_string(rgb[1]) + " " + std::to_string(rgb[2]);
+}
+
+TEST_F(Wayland, PictureCoversTheOutputAndIsReplaced) {
+  TempDir dir;
+  // The left half red, the right half blue.
+  std::string data = "P6 4 2 255\n";
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 4; ++x)
+      data += x < 2 ? std::string("\xff\x00\x00", 3) : std::string("\x00\x00\xff", 3);
+  std::string picture = dir.file("red-blue.ppm", data).string();
+
+  std::string runner = TESSEL_RUNNER;
+  ASSERT_EQ(run("'" + runner + "' --xtras '" + xtrasFolder() + "' -e 'put tsSetWallpaper(\"" +
+                picture + "\", 0)' 2>&1"),
+            "-- 0\n");
+  // Shown after the host is gone, scaled to cover the output.
+  EXPECT_TRUE(eventually([&] { return screenColour(dir, 5, 512) == "255 0 0"; }))
+      << screenColour(dir, 5, 512);
+  EXPECT_EQ(screenColour(dir, 1274, 512), "0 0 255");
+  // The picture's process, recorded for the next picture to end.
+  auto recorded = [] {
+    long pid = 0;
+    std::ifstream(std::string(std::getenv("XDG_RUNTIME_DIR")) + "/tessel-picture-" +
+                  std::getenv("WAYLAND_DISPLAY") + ".pid") >> pid;
+    return static_cast<pid_t>(pid);
+  };
+  pid_t first = recorded();
+  ASSERT_GT(first, 0);
+  // Running, or gone (a zombie where nothing reaps orphans counts as gone).
+  auto running = [](pid_t pid) {
+    std::string stat = run("cat /proc/" + std::to_string(pid) + "/stat 2>/dev/null").value_or("");
+    size_t close = stat.rfind(')');
+    return close != std::string::npos && close + 2 < stat.size() && stat[close + 2] != 'Z';
+  };
+  EXPECT_TRUE(running(first));
+
+  // The next picture takes the place of the first, whose process ends.
+  std::string blue = dir.file("blue.ppm", std::string("P6 1 1 255\n\x00\x00\xff", 14)).string();
+  EXPECT_EQ(integer("tsSetWallpaper", {Value(blue), Value(0)}), 0);
+  EXPECT_TRUE(eventually([&] { return screenColour(dir, 5, 512) == "0 0 255"; }));
+  EXPECT_NE(recorded(), first);
+  EXPECT_TRUE(eventually([&] { return !running(first); }));
+
+  EXPECT_EQ(integer("tsSetWallpaper", {Value(dir.str() + "/missing.png"), Value(0)}), -43);
+  EXPECT_EQ(integer("tsSetWallpaper", {Value(dir.file("t.png", "not a picture").string()), Value(0)}),
+            -1);
+}
+
+}  // namespace
+}  // namespace tessel::testing

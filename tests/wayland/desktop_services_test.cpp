@@ -3,6 +3,7 @@
 // and wl-paste for the clipboard, a grim screenshot for the picture.
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "tests/boundary/boundary_support.h"
@@ -181,6 +182,35 @@ TEST_F(Wayland, PictureCoversTheOutputAndIsReplaced) {
   EXPECT_EQ(integer("tsSetWallpaper", {Value(dir.str() + "/missing.png"), Value(0)}), -43);
   EXPECT_EQ(integer("tsSetWallpaper", {Value(dir.file("t.png", "not a picture").string()), Value(0)}),
             -1);
+}
+
+// cage, a kiosk compositor: one application, shown fullscreen, and no toplevel manager, output
+// manager or clipboard protocol. The message window runs under it with a stage: the kiosk calls
+// answer at once, and displays and the clipboard work through cage's XWayland.
+TEST(Cage, KioskScriptRunsUnderCage) {
+  if (!haveProgram("cage") || !haveProgram("Xwayland")) GTEST_SKIP() << "cage or Xwayland missing";
+  TempDir dir;
+  std::filesystem::permissions(dir.path(), std::filesystem::perms::all);  // for nobody
+  std::string runtime = dir.str() + "/runtime";
+  std::filesystem::create_directory(runtime);
+  std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
+  std::string script = dir.file("kiosk.ls",
+                                "put tsHideTaskBar(2)\nput tsDisableSwitching(1)\n"
+                                "put tsMultiDisplayInfo(\"primary\", \"number\")\n"
+                                "put tsCopyText(\"in cage\")\nput tsPasteText()\n"
+                                "put tsHideTaskBar(0)\n")
+                           .string();
+  std::filesystem::permissions(script, std::filesystem::perms::all);
+  // cage, like sway, refuses to run as root.
+  std::string as = getuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+  if (getuid() == 0) run("chown 65534:65534 '" + runtime + "'");
+  std::string runner = TESSEL_RUNNER;
+  std::optional<std::string> out =
+      run("env -u WAYLAND_DISPLAY -u DISPLAY -u SWAYSOCK HOME='" + runtime + "' XDG_RUNTIME_DIR='" +
+          runtime + "' WLR_BACKENDS=headless WLR_RENDERER=pixman WLR_LIBINPUT_NO_DEVICES=1 " + as +
+          "timeout 60 cage -- '" + runner + "' --xtras '" + xtrasFolder() + "' --stage 320x200 '" +
+          script + "' 2>/dev/null");
+  EXPECT_EQ(out, "-- 0\n-- 0\n-- \"1\"\n-- 1\n-- \"in cage\"\n-- 0\n");
 }
 
 }  // namespace

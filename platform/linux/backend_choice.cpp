@@ -38,10 +38,11 @@ Backend chooseFor(const Needs& needs) {
 
 std::unique_ptr<DesktopService> makeLinuxDesktopService() {
   // Windows, or at least keys: either makes the compositor's own view better than XWayland's.
-  return backends::pick<DesktopService>(backends::makeX11DesktopService, nullptr, [](const auto& g) {
-    return backends::offers(g, "zwlr_foreign_toplevel_manager_v1") ||
-           backends::offers(g, "zwp_virtual_keyboard_manager_v1");
-  });
+  return backends::pick<DesktopService>(
+      backends::makeX11DesktopService, backends::makeWaylandDesktopService, [](const auto& g) {
+        return backends::offers(g, "zwlr_foreign_toplevel_manager_v1") ||
+               backends::offers(g, "zwp_virtual_keyboard_manager_v1");
+      });
 }
 
 std::unique_ptr<DisplayService> makeLinuxDisplayService() {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "platform/linux/wayland_seat.h"
 #include "wlr-virtual-pointer-unstable-v1-client-protocol.h"
 #include "xdg-output-unstable-v1-client-protocol.h"
 
@@ -116,20 +117,25 @@ std::unique_ptr<VirtualPointer> VirtualPointer::create(WaylandConnection& connec
   auto* manager = connection.bind<zwlr_virtual_pointer_manager_v1>(
       zwlr_virtual_pointer_manager_v1_interface, 1, 1);
   if (manager == nullptr) return nullptr;
-  auto* seat = connection.bind<wl_seat>(wl_seat_interface, 1, 1);
+  std::unique_ptr<Seat> seat = Seat::bind(connection);
   zwlr_virtual_pointer_v1* pointer =
-      seat != nullptr ? zwlr_virtual_pointer_manager_v1_create_virtual_pointer(manager, seat) : nullptr;
+      seat ? zwlr_virtual_pointer_manager_v1_create_virtual_pointer(manager, seat->proxy()) : nullptr;
   zwlr_virtual_pointer_manager_v1_destroy(manager);
-  if (pointer == nullptr) {
-    if (seat != nullptr) wl_seat_destroy(seat);
+  if (pointer == nullptr) return nullptr;
+  std::unique_ptr<VirtualPointer> made(new VirtualPointer(connection, std::move(seat), pointer));
+  const bool hadPointer = made->seat_->capabilities() & WL_SEAT_CAPABILITY_POINTER;
+  if (!connection.roundtrip(1s) || !made->seat_->settleNewDevice(WL_SEAT_CAPABILITY_POINTER, hadPointer))
     return nullptr;
-  }
-  return std::unique_ptr<VirtualPointer>(new VirtualPointer(connection, seat, pointer));
+  return made;
 }
+
+VirtualPointer::VirtualPointer(WaylandConnection& connection, std::unique_ptr<Seat> seat,
+                               zwlr_virtual_pointer_v1* pointer)
+    : connection_(connection), seat_(std::move(seat)), pointer_(pointer) {}
 
 VirtualPointer::~VirtualPointer() {
   zwlr_virtual_pointer_v1_destroy(pointer_);
-  wl_seat_destroy(seat_);
+  seat_.reset();
   connection_.flush(200ms);
 }
 

@@ -2,7 +2,8 @@
 // in the output layout and presses buttons there, as a mouse plugged into the first seat would.
 //
 // The compositor does not tell a client where the pointer is, so a click lands wherever the
-// pointer was last put (by the user or by moveTo).
+// pointer was last put (by the user or by moveTo). Made once and kept, as a seat that had no
+// pointer makes clients bind theirs only when this one appears.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +11,8 @@
 #include <optional>
 
 #include "platform/linux/wayland_connection.h"
+#include "platform/linux/wayland_seat.h"
 
-struct wl_seat;
 struct zwlr_virtual_pointer_v1;
 
 namespace tessel::platform::wayland {
@@ -39,10 +40,9 @@ class VirtualPointer {
   bool click(int button);
 
  private:
-  VirtualPointer(WaylandConnection& connection, wl_seat* seat, zwlr_virtual_pointer_v1* pointer)
-      : connection_(connection), seat_(seat), pointer_(pointer) {}
+  VirtualPointer(WaylandConnection& connection, std::unique_ptr<Seat> seat, zwlr_virtual_pointer_v1* pointer);
   WaylandConnection& connection_;
-  wl_seat* seat_;
+  std::unique_ptr<Seat> seat_;
   zwlr_virtual_pointer_v1* pointer_;
 };
 

@@ -2,8 +2,8 @@
  *
  *   tessel_test_app --class CLASS --title TITLE [--windows 2] [--refuse-close] [--record FILE]
  *
- * Opens one or two windows (the second titled TITLE " 2") with the WM_CLASS class CLASS. With
- * --record, appends one line per event to FILE, flushed at once:
+ * Opens one or two windows (the second titled TITLE " 2") with the WM_CLASS class CLASS (on
+ * Wayland: the app_id CLASS). With --record, appends one line per event to FILE, flushed at once:
  *   ready                    when the first window is mapped
  *   key NAME MODS            a key press: the keysym's name and the held modifiers
  *                            ("shift+control+alt+super", "-" for none)
@@ -11,6 +11,9 @@
  *   close refused            a close request turned down (--refuse-close)
  * Quits when its last window is closed. */
 #include <gtk/gtk.h>
+#ifdef GDK_WINDOWING_WAYLAND
+#include <gdk/gdkwayland.h>
+#endif
 #include <stdio.h>
 #include <string.h>
 
@@ -94,6 +97,10 @@ int main(int argc, char **argv) {
   gdk_set_program_class(klass);
   gtk_init(&argc, &argv);
   gdk_set_program_class(klass);
+#ifdef GDK_WINDOWING_WAYLAND
+  /* On Wayland the class is the app_id, which GDK takes from the program name. */
+  if (GDK_IS_WAYLAND_DISPLAY(gdk_display_get_default())) g_set_prgname(klass);
+#endif
   if (path != NULL) record = fopen(path, "a");
   for (int w = 0; w < windows; ++w) {
     GtkWidget *window = gtk_window_new(GTK_WINDOW_TOPLEVEL);

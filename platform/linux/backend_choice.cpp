@@ -58,9 +58,9 @@ std::unique_ptr<ClipboardService> makeLinuxClipboardService() {
 }
 
 std::unique_ptr<KioskService> makeLinuxKioskService() {
-  return backends::pick<KioskService>(backends::makeX11KioskService, nullptr, [](const auto& g) {
-    return backends::offers(g, "xdg_wm_base");
-  });
+  return backends::pick<KioskService>(
+      backends::makeX11KioskService, backends::makeWaylandKioskService,
+      [](const auto& g) { return backends::offers(g, "xdg_wm_base"); });
 }
 
 }  // namespace tessel::platform

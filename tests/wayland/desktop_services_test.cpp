@@ -184,6 +184,65 @@ TEST_F(Wayland, PictureCoversTheOutputAndIsReplaced) {
             -1);
 }
 
+// sway's fullscreen mode of the window with app_id "tessel" ("" when there is none): a view has no
+// children, so the nearest "fullscreen_mode" before its app_id is its own.
+std::string stageFullscreen() {
+  std::string tree = run("swaymsg -r -t get_tree").value_or("");
+  size_t app = tree.find("\"app_id\": \"tessel\"");
+  if (app == std::string::npos) return "";
+  size_t key = tree.rfind("\"fullscreen_mode\": ", app);
+  return key == std::string::npos ? "?" : tree.substr(key + 19, 1);
+}
+
+// The message window's stage is a native window; the kiosk makes it fullscreen through the
+// compositor, and 0 (then the host's exit) puts it back.
+TEST_F(Wayland, StageFullscreenAsSwaySeesIt) {
+  TempDir dir;
+  std::string go = dir.str() + "/go", again = dir.str() + "/again";
+  std::string script = dir.file("kiosk.ls", "put tsHideTaskBar(2)\nput tsDisableSwitching(1)\n"
+                                            "repeat while not tsFileExists(\"" + go + "\")\n"
+                                            "end repeat\nput tsHideTaskBar(0)\n"
+                                            "repeat while not tsFileExists(\"" + again + "\")\n"
+                                            "end repeat\n").string();
+  std::string runner = TESSEL_RUNNER;
+  FILE* tessel = popen(("'" + runner + "' --xtras '" + xtrasFolder() + "' --stage 320x200 '" +
+                        script + "' 2>&1").c_str(), "r");
+  ASSERT_NE(tessel, nullptr);
+  EXPECT_TRUE(eventually([] { return stageFullscreen() == "1"; }, std::chrono::seconds(10)))
+      << stageFullscreen();
+  std::ofstream(go) << "";
+  EXPECT_TRUE(eventually([] { return stageFullscreen() == "0"; })) << stageFullscreen();
+  std::ofstream(again) << "";
+  std::string output;
+  char buffer[256];
+  while (fgets(buffer, sizeof buffer, tessel) != nullptr) output += buffer;
+  EXPECT_EQ(pclose(tessel), 0) << output;
+  EXPECT_EQ(output, "-- 0\n-- 0\n-- 0\n");
+}
+
+// A message box is a native window (GTK's Wayland backend); the compositor's close request
+// answers Cancel, as the close button does.
+TEST_F(Wayland, MessageBoxIsANativeWindow) {
+  std::string runner = TESSEL_RUNNER;
+  FILE* tessel = popen(("'" + runner + "' --xtras '" + xtrasFolder() +
+                        "' -e 'put tsMsgBox(\"Hello\", \"Greeting\", \"OKCancel\", \"Note\", 1)' "
+                        "2>&1").c_str(), "r");
+  ASSERT_NE(tessel, nullptr);
+  auto shown = [] {
+    std::string tree = run("swaymsg -r -t get_tree").value_or("");
+    size_t name = tree.find("\"name\": \"Greeting\"");
+    return name != std::string::npos &&
+           tree.find("\"shell\": \"xdg_shell\"", name) != std::string::npos;
+  };
+  EXPECT_TRUE(eventually(shown, std::chrono::seconds(10)));
+  run("swaymsg -q '[title=\"^Greeting$\"] kill'");
+  std::string output;
+  char buffer[256];
+  while (fgets(buffer, sizeof buffer, tessel) != nullptr) output += buffer;
+  EXPECT_EQ(pclose(tessel), 0);
+  EXPECT_EQ(output, "-- \"Cancel\"\n");
+}
+
 // cage, a kiosk compositor: one application, shown fullscreen, and no toplevel manager, output
 // manager or clipboard protocol. The message window runs under it with a stage: the kiosk calls
 // answer at once, and displays and the clipboard work through cage's XWayland.

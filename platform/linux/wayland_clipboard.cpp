@@ -1,18 +1,15 @@
 // The clipboard service on a wlroots compositor, through wlr-data-control.
 //
 // As on X11 the compositor keeps no clipboard contents: the client that set the selection answers
-// every paste by writing into a pipe. tsCopyText therefore starts a small server process (forked
-// twice, in its own session, with its own connection and no inherited descriptors) that sets the
-// selection and writes the text to each reader, several at once and without blocking, until
+// every paste by writing into a pipe. tsCopyText therefore starts a small server process
+// (detached_server.h: forked twice, in its own session, with its own connection and no inherited
+// descriptors) that sets the selection and writes the text to each reader, several at once and without blocking, until
 // another client sets the selection. Pasting receives the offer's text through a pipe and never
 // waits beyond a deadline.
 #include "platform/clipboard.h"
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,6 +24,7 @@
 #include <vector>
 
 #include "platform/linux/backend_choice.h"
+#include "platform/linux/detached_server.h"
 #include "platform/linux/wayland_connection.h"
 #include "wlr-data-control-unstable-v1-client-protocol.h"
 
@@ -151,25 +149,9 @@ void serve(WaylandConnection& link, Server& server) {
   }
 }
 
-// In the server process: stdio on /dev/null, the report pipe as descriptor 3, nothing else.
-void detachDescriptors(int report) {
-  if (report != 3) {
-    dup2(report, 3);
-    close(report);
-  }
-  int null = open("/dev/null", O_RDWR);
-  if (null >= 0) {
-    for (int fd = 0; fd < 3; ++fd) dup2(null, fd);
-    if (null > 3) close(null);
-  }
-  if (syscall(SYS_close_range, 4U, ~0U, 0U) != 0) {
-    for (int fd = 4; fd < 1024; ++fd) close(fd);
-  }
-}
-
-[[noreturn]] void runServer(std::string_view text, int report) {
-  detachDescriptors(report);
-  signal(SIGPIPE, SIG_IGN);  // a reader that closes early ends its transfer, not the server
+// In the server process: sets the selection, reports "1" once the compositor has it (else "0"),
+// and serves it.
+void runServer(std::string_view text) {
   char answer = '0';
   if (auto device = Device::open()) {
     Server server{std::string(text)};
@@ -183,11 +165,10 @@ void detachDescriptors(int report) {
       (void)!write(3, &answer, 1);
       close(3);
       serve(*device->link, server);
-      _exit(0);
+      return;
     }
   }
   (void)!write(3, &answer, 1);
-  _exit(1);
 }
 
 // ---- reading the selection ----
@@ -249,32 +230,7 @@ std::optional<std::string> readAll(int fd, size_t limit, Clock::time_point deadl
 class WaylandClipboardService : public ClipboardService {
  public:
   bool copyText(std::string_view text) override {
-    int report[2];
-    if (pipe2(report, O_CLOEXEC) != 0) return false;
-    pid_t child = fork();
-    if (child < 0) {
-      close(report[0]);
-      close(report[1]);
-      return false;
-    }
-    if (child == 0) {
-      // The intermediate process: a new session, the server's parent, gone at once so that
-      // the server belongs to init and never becomes the host's zombie.
-      close(report[0]);
-      if (setsid() < 0) _exit(1);
-      pid_t server = fork();
-      if (server == 0) runServer(text, report[1]);
-      _exit(server < 0 ? 1 : 0);
-    }
-    close(report[1]);
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    char answer = '0';
-    std::optional<std::string> got = readAll(report[0], 1, Clock::now() + kDeadline);
-    if (got && !got->empty()) answer = (*got)[0];
-    close(report[0]);
-    return answer == '1';
+    return startDetachedServer([text] { runServer(text); }, kDeadline) == "1";
   }
 
   std::optional<std::string> pasteText(size_t limit) override {

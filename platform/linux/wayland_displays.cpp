@@ -1,8 +1,8 @@
 // The display service on a wlroots compositor: the outputs as wl_output and xdg-output describe
 // them, mode switches through wlr-output-management, the desktop picture on a background layer
-// (wayland_wallpaper.cpp) and the pointer through the desktop service's virtual pointer.
+// (wayland_wallpaper.cpp) and the pointer through a virtual pointer (wayland_pointer.h).
 //
-// wlr-output-management reports sway's headless and virtual outputs as disabled with no modes
+// wlr-output-management reports sway's headless and virtual outputs as disabled with one 0x0 mode
 // (and refuses to disable them), so the output list, sizes and positions come from wl_output and
 // xdg-output, and every switch sends the whole layout: each output enabled, with its mode and
 // position.

@@ -3,22 +3,16 @@
 // (as on X11).
 //
 // A Wayland surface lasts as long as its client, so the surfaces belong to a small process started
-// for the purpose (forked twice, in its own session, with its own connection and no inherited
-// descriptors) that outlives the host, as the root pixmap does on X11. Its process ID is kept in
+// for the purpose (detached_server.h: forked twice, in its own session, with its own connection and
+// no inherited descriptors) that outlives the host, as the root pixmap does on X11. Its process ID is kept in
 // the runtime folder, and the next picture ends it once its own surfaces are up.
-#include <fcntl.h>
 #include <gdk-pixbuf/gdk-pixbuf.h>
-#include <poll.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -27,8 +21,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/wayland_displays.h"
+#include "platform/linux/detached_server.h"
 #include "platform/linux/wayland_connection.h"
+#include "platform/linux/wayland_displays.h"
 // The generated header names a parameter "namespace", a C++ keyword (everything it includes is
 // included before).
 #include <wayland-client.h>
@@ -158,33 +153,26 @@ const zwlr_layer_surface_v1_listener kLayerListener{
       s->shown = true;
     }};
 
-// In the picture process: stdio on /dev/null, the report pipe as descriptor 3, nothing else.
-void detachDescriptors(int report) {
-  if (report != 3) {
-    dup2(report, 3);
-    close(report);
-  }
-  int null = open("/dev/null", O_RDWR);
-  if (null >= 0) {
-    for (int fd = 0; fd < 3; ++fd) dup2(null, fd);
-    if (null > 3) close(null);
-  }
-  if (syscall(SYS_close_range, 4U, ~0U, 0U) != 0) {
-    for (int fd = 4; fd < 1024; ++fd) close(fd);
-  }
-}
-
-void report(bool shown) {
+// False when the host is no longer listening (it gave up waiting).
+bool report(bool shown) {
   std::string answer = shown ? "1 " + std::to_string(getpid()) : "0";
-  (void)!write(3, answer.data(), answer.size());
+  bool heard = write(3, answer.data(), answer.size()) == static_cast<ssize_t>(answer.size());
   close(3);
+  return heard;
 }
 
-[[noreturn]] void runPicture(GdkPixbuf* picture, int reportFd) {
-  detachDescriptors(reportFd);
+// In the picture process: shows the picture on every output, reports "1 PID" once it is shown
+// (else "0"), and keeps the surfaces up.
+void runPicture(GdkPixbuf* picture) {
   prctl(PR_SET_NAME, kProcessName, 0, 0, 0);
-  signal(SIGPIPE, SIG_IGN);
-  auto link = WaylandConnection::open(kDeadline);
+  // One deadline for every wait until the report, which the host awaits a little longer.
+  const auto deadline = Clock::now() + kDeadline;
+  auto left = [&] {
+    return std::max(std::chrono::milliseconds(0),
+                    std::chrono::duration_cast<std::chrono::milliseconds>(
+                        deadline - Clock::now()));
+  };
+  auto link = WaylandConnection::open(left());
   Background bg;
   bg.picture = picture;
   zwlr_layer_shell_v1* shell = nullptr;
@@ -195,7 +183,7 @@ void report(bool shown) {
   }
   if (bg.compositor == nullptr || bg.shm == nullptr || shell == nullptr) {
     report(false);
-    _exit(1);
+    return;
   }
   std::vector<std::unique_ptr<Surface>> surfaces;
   for (const wayland::Global& g : link->globals()) {
@@ -218,15 +206,14 @@ void report(bool shown) {
     surfaces.push_back(std::move(s));
   }
   bool shown = !surfaces.empty() &&
-               link->dispatchUntil([&] { return bg.pending == 0 || bg.failed; }, kDeadline) &&
-               !bg.failed && link->roundtrip(kDeadline);
-  report(shown);
-  if (!shown) _exit(1);
+               link->dispatchUntil([&] { return bg.pending == 0 || bg.failed; }, left()) &&
+               !bg.failed && link->roundtrip(left());
+  // A picture the host did not hear of would never be replaced: it goes at once.
+  if (!report(shown) || !shown) return;
   // Serves the surfaces (new sizes after a mode switch) until the compositor goes or the next
   // picture ends this process.
   while (wl_display_dispatch(link->display()) >= 0) {
   }
-  _exit(0);
 }
 
 }  // namespace
@@ -242,46 +229,9 @@ WallpaperResult setBackground(const std::string& file) {
   if (picture == nullptr) return WallpaperResult::Failed;
 
   std::string record = pidFile();
-  int pipeFds[2];
-  if (pipe2(pipeFds, O_CLOEXEC) != 0) {
-    g_object_unref(picture);
-    return WallpaperResult::Failed;
-  }
-  pid_t child = fork();
-  if (child == 0) {
-    // The intermediate process: a new session, the picture process's parent, gone at once so
-    // that the picture process belongs to init and never becomes the host's zombie.
-    close(pipeFds[0]);
-    if (setsid() < 0) _exit(1);
-    pid_t server = fork();
-    if (server == 0) runPicture(picture, pipeFds[1]);
-    _exit(server < 0 ? 1 : 0);
-  }
-  close(pipeFds[1]);
+  std::string answer = startDetachedServer([picture] { runPicture(picture); },
+                                           kDeadline + std::chrono::milliseconds(500));
   g_object_unref(picture);
-  if (child < 0) {
-    close(pipeFds[0]);
-    return WallpaperResult::Failed;
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  std::string answer;
-  auto deadline = Clock::now() + kDeadline + std::chrono::milliseconds(500);
-  char buffer[32];
-  while (answer.size() < sizeof buffer) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left.count() <= 0) break;
-    pollfd pfd{pipeFds[0], POLLIN, 0};
-    int n = poll(&pfd, 1, static_cast<int>(left.count()));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    ssize_t got = read(pipeFds[0], buffer, sizeof buffer);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    answer.append(buffer, static_cast<size_t>(got));
-  }
-  close(pipeFds[0]);
   if (answer.size() < 3 || answer[0] != '1') return WallpaperResult::Failed;
   // The new picture is up: the previous one's process ends, and this one is recorded.
   endPrevious(recordedProcess(record));

@@ -49,7 +49,8 @@ struct Stage::Parts {
 std::unique_ptr<Stage> Stage::open(int width, int height) {
   const char* socket = std::getenv("WAYLAND_DISPLAY");
   const char* forced = std::getenv("TESSEL_BACKEND");
-  if (socket != nullptr && *socket != '\0' && (forced == nullptr || std::string_view(forced) != "x11")) {
+  if (socket != nullptr && *socket != '\0' &&
+      (forced == nullptr || std::string_view(forced) != "x11")) {
     if (auto wayland = WaylandStage::open(width, height)) {
       std::unique_ptr<Stage> stage(new Stage());
       stage->parts_ = std::make_unique<Parts>();

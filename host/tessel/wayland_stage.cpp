@@ -33,7 +33,7 @@ struct WaylandStage::Parts {
   xdg_surface* xdgSurface = nullptr;
   xdg_toplevel* toplevel = nullptr;
   wl_buffer* buffer = nullptr;
-  int width = 0, height = 0;          // asked for at --stage
+  int width = 0, height = 0;                // asked for at --stage
   int pendingWidth = 0, pendingHeight = 0;  // the compositor's last suggestion
   bool configured = false;
   int stop = -1;  // an eventfd that ends the thread
@@ -113,11 +113,11 @@ void onGlobal(void* data, wl_registry* registry, uint32_t name, const char* inte
   else if (is(wl_seat_interface) && p->seat == nullptr)
     p->seat = static_cast<wl_seat*>(wl_registry_bind(registry, name, &wl_seat_interface, 1));
   else if (is(xdg_wm_base_interface) && p->shell == nullptr)
-    p->shell = static_cast<xdg_wm_base*>(
-        wl_registry_bind(registry, name, &xdg_wm_base_interface, 1));
+    p->shell =
+        static_cast<xdg_wm_base*>(wl_registry_bind(registry, name, &xdg_wm_base_interface, 1));
   else if (is(zwp_keyboard_shortcuts_inhibit_manager_v1_interface) && p->inhibitManager == nullptr)
-    p->inhibitManager = static_cast<zwp_keyboard_shortcuts_inhibit_manager_v1*>(wl_registry_bind(
-        registry, name, &zwp_keyboard_shortcuts_inhibit_manager_v1_interface, 1));
+    p->inhibitManager = static_cast<zwp_keyboard_shortcuts_inhibit_manager_v1*>(
+        wl_registry_bind(registry, name, &zwp_keyboard_shortcuts_inhibit_manager_v1_interface, 1));
 }
 void onGlobalRemove(void*, wl_registry*, uint32_t) {}
 const wl_registry_listener kRegistry{onGlobal, onGlobalRemove};
@@ -186,8 +186,8 @@ bool WaylandStage::holdKeyboard(bool hold) {
   std::lock_guard<std::mutex> lock(p.mutex);
   if (p.inhibitManager == nullptr || p.seat == nullptr) return false;
   if (hold && p.inhibitor == nullptr)
-    p.inhibitor =
-        zwp_keyboard_shortcuts_inhibit_manager_v1_inhibit_shortcuts(p.inhibitManager, p.surface, p.seat);
+    p.inhibitor = zwp_keyboard_shortcuts_inhibit_manager_v1_inhibit_shortcuts(p.inhibitManager,
+                                                                              p.surface, p.seat);
   if (!hold && p.inhibitor != nullptr) {
     zwp_keyboard_shortcuts_inhibitor_v1_destroy(p.inhibitor);
     p.inhibitor = nullptr;

@@ -3,11 +3,9 @@
 // As on X11 the compositor keeps no clipboard contents: the client that set the selection answers
 // every paste by writing into a pipe. tsCopyText therefore starts a small server process
 // (detached_server.h: forked twice, in its own session, with its own connection and no inherited
-// descriptors) that sets the selection and writes the text to each reader, several at once and without blocking, until
-// another client sets the selection. Pasting receives the offer's text through a pipe and never
-// waits beyond a deadline.
-#include "platform/clipboard.h"
-
+// descriptors) that sets the selection and writes the text to each reader, several at once and
+// without blocking, until another client sets the selection. Pasting receives the offer's text
+// through a pipe and never waits beyond a deadline.
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -23,6 +21,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/clipboard.h"
 #include "platform/linux/backend_choice.h"
 #include "platform/linux/detached_server.h"
 #include "platform/linux/wayland_connection.h"
@@ -95,9 +94,7 @@ const zwlr_data_control_source_v1_listener kSourceListener{
       fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
       server->transfers.push_back(Transfer{fd});
     },
-    [](void* data, zwlr_data_control_source_v1*) {
-      static_cast<Server*>(data)->cancelled = true;
-    }};
+    [](void* data, zwlr_data_control_source_v1*) { static_cast<Server*>(data)->cancelled = true; }};
 
 // Writes what the reader takes now; true when the transfer is over (whole, or the reader gone).
 bool writeSome(const std::string& text, Transfer& t) {

@@ -31,9 +31,8 @@ constexpr int32_t kBitsPerPixel = 32;  // every Wayland buffer format in use is 
 // Sizes offered by an output that lists no modes of its own (headless and virtual outputs take
 // any size as a custom mode).
 constexpr std::pair<int32_t, int32_t> kCommonSizes[] = {
-    {640, 480},   {800, 600},   {1024, 768},  {1280, 720},  {1280, 800},
-    {1280, 1024}, {1366, 768},  {1440, 900},  {1600, 900},  {1680, 1050},
-    {1920, 1080}, {1920, 1200}, {2560, 1440}, {3840, 2160}};
+    {640, 480},  {800, 600},  {1024, 768},  {1280, 720},  {1280, 800},  {1280, 1024}, {1366, 768},
+    {1440, 900}, {1600, 900}, {1680, 1050}, {1920, 1080}, {1920, 1200}, {2560, 1440}, {3840, 2160}};
 
 struct Layout;
 
@@ -59,7 +58,8 @@ struct Output {
 };
 
 std::chrono::milliseconds left(Clock::time_point deadline) {
-  return std::max(std::chrono::milliseconds(0), std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()));
+  return std::max(std::chrono::milliseconds(0),
+                  std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()));
 }
 
 int32_t hz(int32_t mHz) { return static_cast<int32_t>(std::lround(mHz / 1000.0)); }
@@ -117,8 +117,7 @@ const zxdg_output_v1_listener kXdgOutputListener{
       o->x = x;
       o->y = y;
     },
-    [](void*, zxdg_output_v1*, int32_t, int32_t) {},
-    [](void*, zxdg_output_v1*) {},
+    [](void*, zxdg_output_v1*, int32_t, int32_t) {}, [](void*, zxdg_output_v1*) {},
     [](void* data, zxdg_output_v1*, const char* name) {
       auto* o = static_cast<Output*>(data);
       if (o->name.empty()) o->name = name;
@@ -134,8 +133,7 @@ const zwlr_output_mode_v1_listener kModeListener{
     [](void* data, zwlr_output_mode_v1*, int32_t refresh) {
       static_cast<HeadMode*>(data)->refresh = refresh;
     },
-    [](void*, zwlr_output_mode_v1*) {},
-    [](void*, zwlr_output_mode_v1*) {}};
+    [](void*, zwlr_output_mode_v1*) {}, [](void*, zwlr_output_mode_v1*) {}};
 
 const zwlr_output_head_v1_listener kHeadListener{
     [](void* data, zwlr_output_head_v1*, const char* name) {
@@ -298,8 +296,10 @@ Outcome configure(Layout& layout, uint32_t id, const DisplayMode& mode, bool tes
     }
     zwlr_output_configuration_head_v1_set_position(h, o->x, o->y);
   }
-  if (testOnly) zwlr_output_configuration_v1_test(config);
-  else zwlr_output_configuration_v1_apply(config);
+  if (testOnly)
+    zwlr_output_configuration_v1_test(config);
+  else
+    zwlr_output_configuration_v1_apply(config);
   layout.link->dispatchUntil([&] { return outcome != Outcome::Pending; }, kDeadline);
   for (auto* h : heads) zwlr_output_configuration_head_v1_destroy(h);
   zwlr_output_configuration_v1_destroy(config);

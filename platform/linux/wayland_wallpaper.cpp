@@ -4,8 +4,8 @@
 //
 // A Wayland surface lasts as long as its client, so the surfaces belong to a small process started
 // for the purpose (detached_server.h: forked twice, in its own session, with its own connection and
-// no inherited descriptors) that outlives the host, as the root pixmap does on X11. Its process ID is kept in
-// the runtime folder, and the next picture ends it once its own surfaces are up.
+// no inherited descriptors) that outlives the host, as the root pixmap does on X11. Its process ID
+// is kept in the runtime folder, and the next picture ends it once its own surfaces are up.
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -128,8 +128,7 @@ wl_buffer* drawBuffer(Background& bg, int width, int height) {
 }
 
 const zwlr_layer_surface_v1_listener kLayerListener{
-    [](void* data, zwlr_layer_surface_v1* layer, uint32_t serial, uint32_t width,
-       uint32_t height) {
+    [](void* data, zwlr_layer_surface_v1* layer, uint32_t serial, uint32_t width, uint32_t height) {
       auto* s = static_cast<Surface*>(data);
       zwlr_layer_surface_v1_ack_configure(layer, serial);
       if (s->buffer != nullptr) wl_buffer_destroy(s->buffer);
@@ -169,8 +168,7 @@ void runPicture(GdkPixbuf* picture) {
   const auto deadline = Clock::now() + kDeadline;
   auto left = [&] {
     return std::max(std::chrono::milliseconds(0),
-                    std::chrono::duration_cast<std::chrono::milliseconds>(
-                        deadline - Clock::now()));
+                    std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()));
   };
   auto link = WaylandConnection::open(left());
   Background bg;
@@ -186,25 +184,30 @@ void runPicture(GdkPixbuf* picture) {
     return;
   }
   std::vector<std::unique_ptr<Surface>> surfaces;
-  for (const wayland::Global& g : link->globals()) {
-    if (g.interface != wl_output_interface.name) continue;
+  // A background surface on `output` (a wl_output global), shown once the compositor sizes it.
+  auto cover = [&](const wayland::Global& output) {
     auto s = std::make_unique<Surface>();
     s->background = &bg;
-    s->output = static_cast<wl_output*>(link->bindName(g.name, wl_output_interface, 1));
+    s->output = static_cast<wl_output*>(link->bindName(output.name, wl_output_interface, 1));
     s->surface = wl_compositor_create_surface(bg.compositor);
     s->layer = zwlr_layer_shell_v1_get_layer_surface(
         shell, s->surface, s->output, ZWLR_LAYER_SHELL_V1_LAYER_BACKGROUND, "wallpaper");
     zwlr_layer_surface_v1_add_listener(s->layer, &kLayerListener, s.get());
-    zwlr_layer_surface_v1_set_anchor(s->layer, ZWLR_LAYER_SURFACE_V1_ANCHOR_TOP |
-                                                   ZWLR_LAYER_SURFACE_V1_ANCHOR_BOTTOM |
-                                                   ZWLR_LAYER_SURFACE_V1_ANCHOR_LEFT |
-                                                   ZWLR_LAYER_SURFACE_V1_ANCHOR_RIGHT);
+    zwlr_layer_surface_v1_set_anchor(
+        s->layer, ZWLR_LAYER_SURFACE_V1_ANCHOR_TOP | ZWLR_LAYER_SURFACE_V1_ANCHOR_BOTTOM |
+                      ZWLR_LAYER_SURFACE_V1_ANCHOR_LEFT | ZWLR_LAYER_SURFACE_V1_ANCHOR_RIGHT);
     zwlr_layer_surface_v1_set_exclusive_zone(s->layer, -1);
     zwlr_layer_surface_v1_set_size(s->layer, 0, 0);
     wl_surface_commit(s->surface);
     ++bg.pending;
     surfaces.push_back(std::move(s));
-  }
+  };
+  for (const wayland::Global& g : link->globals())
+    if (g.interface == wl_output_interface.name) cover(g);
+  // Outputs plugged in later get the picture too.
+  link->onGlobalAdded([&](const wayland::Global& g) {
+    if (g.interface == wl_output_interface.name) cover(g);
+  });
   bool shown = !surfaces.empty() &&
                link->dispatchUntil([&] { return bg.pending == 0 || bg.failed; }, left()) &&
                !bg.failed && link->roundtrip(left());

@@ -44,8 +44,9 @@ class Wayland : public XtraTest {
 TEST_F(Wayland, DisplaysListedSwitchedAndTestedAsSwayShowsThem) {
   // A second output beside the first (1280x1024, from with-wayland).
   const std::string before = "HEADLESS-1 1280x1024 0,0\nHEADLESS-2 1024x768 1280,0\n";
-  ASSERT_TRUE(run("swaymsg -q create_output && swaymsg -q -- output HEADLESS-2 mode --custom "
-                  "1024x768 pos 1280 0 && swaymsg -q -- output HEADLESS-1 pos 0 0"));
+  ASSERT_TRUE(
+      run("swaymsg -q create_output && swaymsg -q -- output HEADLESS-2 mode --custom "
+          "1024x768 pos 1280 0 && swaymsg -q -- output HEADLESS-1 pos 0 0"));
   ASSERT_TRUE(eventually([&] { return swayOutputs() == before; })) << swayOutputs();
 
   std::vector<std::string> list = strings(call("tsMultiDisplayList"));
@@ -60,13 +61,15 @@ TEST_F(Wayland, DisplaysListedSwitchedAndTestedAsSwayShowsThem) {
   EXPECT_EQ(info("primary", "depth"), "32");
   EXPECT_EQ(info("primary", "refresh"), "60");
   // Outputs that take any size offer the common sizes besides their own.
-  std::vector<std::string> modes = strings(call("tsMultiDisplayInfo", {Value(list[2]), Value("modes")}));
+  std::vector<std::string> modes =
+      strings(call("tsMultiDisplayInfo", {Value(list[2]), Value("modes")}));
   ASSERT_GE(modes.size(), 8u);
   EXPECT_EQ(std::vector<std::string>(modes.begin(), modes.begin() + 4),
             (std::vector<std::string>{"1024", "768", "32", "60"}));
 
   // "test" asks the compositor and changes nothing.
-  EXPECT_EQ(integer("tsSetDisplay", {Value(800), Value(600), Value(32), Value("test"), Value(0)}), 0);
+  EXPECT_EQ(integer("tsSetDisplay", {Value(800), Value(600), Value(32), Value("test"), Value(0)}),
+            0);
   EXPECT_EQ(integer("tsSetDisplay", {Value(9000), Value(600), Value(32), Value("test"), Value(0)}),
             -1);
   EXPECT_EQ(swayOutputs(), before);
@@ -122,10 +125,11 @@ TEST_F(Wayland, ClipboardRoundTripsWithWlClipboard) {
   EXPECT_EQ(run("ps -o pid= --ppid " + std::to_string(getpid()) + " | wc -l").value_or(""), "1\n");
 }
 
-// The colour grim sees at (x, y) of output HEADLESS-1, as "R G B".
-std::string screenColour(const TempDir& dir, int x, int y) {
+// The colour grim sees at (x, y) of an output, as "R G B".
+std::string screenColour(const TempDir& dir, int x, int y,
+                         const std::string& output = "HEADLESS-1") {
   std::string shot = dir.str() + "/shot.ppm";
-  if (!run("grim -t ppm -o HEADLESS-1 '" + shot + "'")) return "no screenshot";
+  if (!run("grim -t ppm -o " + output + " '" + shot + "'")) return "no screenshot";
   std::ifstream in(shot, std::ios::binary);
   std::string magic;
   int width = 0, height = 0, depth = 0;
@@ -159,7 +163,8 @@ TEST_F(Wayland, PictureCoversTheOutputAndIsReplaced) {
   auto recorded = [] {
     long pid = 0;
     std::ifstream(std::string(std::getenv("XDG_RUNTIME_DIR")) + "/tessel-picture-" +
-                  std::getenv("WAYLAND_DISPLAY") + ".pid") >> pid;
+                  std::getenv("WAYLAND_DISPLAY") + ".pid") >>
+        pid;
     return static_cast<pid_t>(pid);
   };
   pid_t first = recorded();
@@ -178,10 +183,15 @@ TEST_F(Wayland, PictureCoversTheOutputAndIsReplaced) {
   EXPECT_TRUE(eventually([&] { return screenColour(dir, 5, 512) == "0 0 255"; }));
   EXPECT_NE(recorded(), first);
   EXPECT_TRUE(eventually([&] { return !running(first); }));
+  // An output plugged in later shows it too.
+  ASSERT_TRUE(run("swaymsg -q create_output"));
+  EXPECT_TRUE(eventually([&] { return screenColour(dir, 5, 5, "HEADLESS-2") == "0 0 255"; }))
+      << screenColour(dir, 5, 5, "HEADLESS-2");
 
   EXPECT_EQ(integer("tsSetWallpaper", {Value(dir.str() + "/missing.png"), Value(0)}), -43);
-  EXPECT_EQ(integer("tsSetWallpaper", {Value(dir.file("t.png", "not a picture").string()), Value(0)}),
-            -1);
+  EXPECT_EQ(
+      integer("tsSetWallpaper", {Value(dir.file("t.png", "not a picture").string()), Value(0)}),
+      -1);
 }
 
 // sway's fullscreen mode of the window with app_id "tessel" ("" when there is none): a view has no
@@ -199,14 +209,22 @@ std::string stageFullscreen() {
 TEST_F(Wayland, StageFullscreenAsSwaySeesIt) {
   TempDir dir;
   std::string go = dir.str() + "/go", again = dir.str() + "/again";
-  std::string script = dir.file("kiosk.ls", "put tsHideTaskBar(2)\nput tsDisableSwitching(1)\n"
-                                            "repeat while not tsFileExists(\"" + go + "\")\n"
-                                            "end repeat\nput tsHideTaskBar(0)\n"
-                                            "repeat while not tsFileExists(\"" + again + "\")\n"
-                                            "end repeat\n").string();
+  std::string script = dir.file("kiosk.ls",
+                                "put tsHideTaskBar(2)\nput tsDisableSwitching(1)\n"
+                                "repeat while not tsFileExists(\"" +
+                                    go +
+                                    "\")\n"
+                                    "end repeat\nput tsHideTaskBar(0)\n"
+                                    "repeat while not tsFileExists(\"" +
+                                    again +
+                                    "\")\n"
+                                    "end repeat\n")
+                           .string();
   std::string runner = TESSEL_RUNNER;
-  FILE* tessel = popen(("'" + runner + "' --xtras '" + xtrasFolder() + "' --stage 320x200 '" +
-                        script + "' 2>&1").c_str(), "r");
+  FILE* tessel = popen(
+      ("'" + runner + "' --xtras '" + xtrasFolder() + "' --stage 320x200 '" + script + "' 2>&1")
+          .c_str(),
+      "r");
   ASSERT_NE(tessel, nullptr);
   EXPECT_TRUE(eventually([] { return stageFullscreen() == "1"; }, std::chrono::seconds(10)))
       << stageFullscreen();
@@ -226,7 +244,9 @@ TEST_F(Wayland, MessageBoxIsANativeWindow) {
   std::string runner = TESSEL_RUNNER;
   FILE* tessel = popen(("'" + runner + "' --xtras '" + xtrasFolder() +
                         "' -e 'put tsMsgBox(\"Hello\", \"Greeting\", \"OKCancel\", \"Note\", 1)' "
-                        "2>&1").c_str(), "r");
+                        "2>&1")
+                           .c_str(),
+                       "r");
   ASSERT_NE(tessel, nullptr);
   auto shown = [] {
     std::string tree = run("swaymsg -r -t get_tree").value_or("");

@@ -121,8 +121,14 @@ class WaylandDesktop final : public DesktopService {
 
   // The toplevels as the compositor has them now. The changes this reads are seen by the caller,
   // so they wake no later wait round.
+  // A compositor that stopped answering is dropped: later calls fail at once until the next
+  // connection attempt (at most one a second).
   bool refreshed() {
-    if (connection() == nullptr || !toplevels_ || !connection_->roundtrip(1s)) return false;
+    if (connection() == nullptr || !toplevels_) return false;
+    if (!connection_->roundtrip(1s)) {
+      closeConnection();
+      return false;
+    }
     toplevels_->takeChanged();
     return true;
   }

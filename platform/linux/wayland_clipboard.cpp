@@ -50,9 +50,9 @@ struct Device {
   zwlr_data_control_manager_v1* manager = nullptr;
   zwlr_data_control_device_v1* device = nullptr;
 
-  static std::unique_ptr<Device> open() {
+  static std::unique_ptr<Device> open(std::chrono::milliseconds limit) {
     auto d = std::make_unique<Device>();
-    d->link = WaylandConnection::open(kDeadline);
+    d->link = WaylandConnection::open(limit);
     if (!d->link) return nullptr;
     d->manager =
         d->link->bind<zwlr_data_control_manager_v1>(zwlr_data_control_manager_v1_interface, 1, 1);
@@ -150,7 +150,7 @@ void serve(WaylandConnection& link, Server& server) {
 // and serves it.
 void runServer(std::string_view text) {
   char answer = '0';
-  if (auto device = Device::open()) {
+  if (auto device = Device::open(kDeadline)) {
     Server server{std::string(text)};
     zwlr_data_control_source_v1* source =
         zwlr_data_control_manager_v1_create_data_source(device->manager);
@@ -231,13 +231,18 @@ class WaylandClipboardService : public ClipboardService {
   }
 
   std::optional<std::string> pasteText(size_t limit) override {
-    auto device = Device::open();
+    const auto deadline = Clock::now() + kDeadline;
+    auto left = [&] {
+      return std::max(
+          std::chrono::milliseconds(0),
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()));
+    };
+    auto device = Device::open(left());
     if (!device) return std::nullopt;
-    auto deadline = Clock::now() + kDeadline;
     Reader reader;
     zwlr_data_control_device_v1_add_listener(device->device, &kDeviceListener, &reader);
     // The device announces the current selection as soon as it exists.
-    bool ok = device->link->dispatchUntil([&] { return reader.received; }, kDeadline);
+    bool ok = device->link->dispatchUntil([&] { return reader.received; }, left());
     std::optional<std::string> text;
     if (ok && reader.selection != nullptr) {
       const std::vector<std::string>& offered = reader.selection->types;

@@ -175,21 +175,18 @@ const zwlr_output_manager_v1_listener kManagerListener{
     },
     [](void*, zwlr_output_manager_v1*) {}};
 
-// Connects and reads the outputs (and the output manager's heads, when `withHeads`); null
-// without a compositor, or when it did not answer in time.
-std::unique_ptr<Layout> readLayout(bool withHeads) {
-  auto link = WaylandConnection::open(kDeadline);
+// Connects and reads the outputs, and the output manager's heads when it is offered; null without
+// a compositor, or when it did not answer by `deadline`.
+std::unique_ptr<Layout> readLayout(Clock::time_point deadline) {
+  auto link = WaylandConnection::open(left(deadline));
   if (!link) return nullptr;
   auto layout = std::make_unique<Layout>();
   WaylandConnection& l = *link;
   layout->link = std::move(link);
-  auto deadline = Clock::now() + kDeadline;
   layout->xdgManager = l.bind<zxdg_output_manager_v1>(zxdg_output_manager_v1_interface, 1, 2);
-  if (withHeads) {
-    layout->manager = l.bind<zwlr_output_manager_v1>(zwlr_output_manager_v1_interface, 1, 2);
-    if (layout->manager == nullptr) return nullptr;
+  layout->manager = l.bind<zwlr_output_manager_v1>(zwlr_output_manager_v1_interface, 1, 2);
+  if (layout->manager != nullptr)
     zwlr_output_manager_v1_add_listener(layout->manager, &kManagerListener, layout.get());
-  }
   std::vector<wayland::Global> outputs;
   for (const wayland::Global& g : l.globals())
     if (g.interface == wl_output_interface.name) outputs.push_back(g);
@@ -207,7 +204,8 @@ std::unique_ptr<Layout> readLayout(bool withHeads) {
     layout->outputs.push_back(std::move(o));
   }
   if (!l.roundtrip(left(deadline)) || !l.roundtrip(left(deadline))) return nullptr;
-  if (withHeads && !l.dispatchUntil([&] { return layout->headsDone; }, left(deadline)))
+  if (layout->manager != nullptr &&
+      !l.dispatchUntil([&] { return layout->headsDone; }, left(deadline)))
     return nullptr;
   return layout;
 }
@@ -272,10 +270,11 @@ const zwlr_output_configuration_v1_listener kConfigurationListener{
     }};
 
 // Sends the whole layout with `mode` on output `id`, applied or only tested.
-Outcome configure(Layout& layout, uint32_t id, const DisplayMode& mode, bool testOnly) {
+Outcome configure(Layout& layout, uint32_t id, const DisplayMode& mode, bool testOnly,
+                  Clock::time_point deadline) {
   auto it = std::find_if(layout.outputs.begin(), layout.outputs.end(),
                          [id](const auto& o) { return o->global == id; });
-  if (it == layout.outputs.end()) return Outcome::Failed;
+  if (it == layout.outputs.end() || layout.manager == nullptr) return Outcome::Failed;
   zwlr_output_configuration_v1* config =
       zwlr_output_manager_v1_create_configuration(layout.manager, layout.serial);
   Outcome outcome = Outcome::Pending;
@@ -300,7 +299,7 @@ Outcome configure(Layout& layout, uint32_t id, const DisplayMode& mode, bool tes
     zwlr_output_configuration_v1_test(config);
   else
     zwlr_output_configuration_v1_apply(config);
-  layout.link->dispatchUntil([&] { return outcome != Outcome::Pending; }, kDeadline);
+  layout.link->dispatchUntil([&] { return outcome != Outcome::Pending; }, left(deadline));
   for (auto* h : heads) zwlr_output_configuration_head_v1_destroy(h);
   zwlr_output_configuration_v1_destroy(config);
   return outcome;
@@ -309,12 +308,8 @@ Outcome configure(Layout& layout, uint32_t id, const DisplayMode& mode, bool tes
 class WaylandDisplayService : public DisplayService {
  public:
   std::vector<Monitor> monitors() override {
-    auto layout = readLayout(true);
-    if (!layout) {
-      layout = readLayout(false);
-      if (!layout) return {};
-    }
-    return monitorsOf(*layout);
+    auto layout = readLayout(Clock::now() + kDeadline);
+    return layout ? monitorsOf(*layout) : std::vector<Monitor>();
   }
 
   bool switchMode(uint32_t id, const DisplayMode& mode) override { return change(id, mode, false); }
@@ -335,10 +330,11 @@ class WaylandDisplayService : public DisplayService {
  private:
   static bool change(uint32_t id, const DisplayMode& mode, bool testOnly) {
     // A configuration made against an older serial is cancelled: read again and retry once.
+    const auto deadline = Clock::now() + kDeadline;
     for (int attempt = 0; attempt < 2; ++attempt) {
-      auto layout = readLayout(true);
+      auto layout = readLayout(deadline);
       if (!layout) return false;
-      Outcome outcome = configure(*layout, id, mode, testOnly);
+      Outcome outcome = configure(*layout, id, mode, testOnly, deadline);
       if (outcome != Outcome::Cancelled) return outcome == Outcome::Succeeded;
     }
     return false;

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <string>
@@ -40,16 +41,22 @@ std::string compositorName(const WaylandConnection& connection) {
 class WaylandKioskService : public KioskService {
  public:
   bool setStageLayer(StageLayer layer) override {
-    auto connection = WaylandConnection::open(kDeadline);
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    auto left = [&] {
+      return std::max(std::chrono::milliseconds(0),
+                      std::chrono::duration_cast<std::chrono::milliseconds>(
+                          deadline - std::chrono::steady_clock::now()));
+    };
+    auto connection = WaylandConnection::open(left());
     if (!connection) return false;
     auto toplevels = wayland::Toplevels::create(*connection);
     if (!toplevels) return compositorName(*connection) == "cage";
-    if (!connection->roundtrip(kDeadline)) return false;
+    if (!connection->roundtrip(left())) return false;
     const int32_t self = static_cast<int32_t>(getpid());
     for (const ManagedWindow& w : toplevels->windows()) {
       if (w.pid != self) continue;
       bool done = toplevels->setFullscreen(w.id, layer != StageLayer::Normal);
-      return done && connection->roundtrip(kDeadline);
+      return done && connection->roundtrip(left());
     }
     return false;
   }

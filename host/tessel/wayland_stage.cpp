@@ -19,6 +19,36 @@
 #include "xdg-shell-client-protocol.h"
 
 namespace tessel::runner {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A round trip that gives up at `deadline`, so that a compositor that stops answering cannot hold
+// the message window.
+bool roundtrip(wl_display* display, Clock::time_point deadline) {
+  bool done = false;
+  static const wl_callback_listener listener{
+      [](void* data, wl_callback*, uint32_t) { *static_cast<bool*>(data) = true; }};
+  wl_callback* callback = wl_display_sync(display);
+  wl_callback_add_listener(callback, &listener, &done);
+  bool ok = true;
+  while (ok && !done) {
+    while (wl_display_prepare_read(display) != 0) wl_display_dispatch_pending(display);
+    wl_display_flush(display);
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    pollfd pfd{wl_display_get_fd(display), POLLIN, 0};
+    if (left.count() <= 0 || poll(&pfd, 1, static_cast<int>(left.count())) <= 0) {
+      wl_display_cancel_read(display);
+      ok = false;
+    } else {
+      ok = wl_display_read_events(display) == 0 && wl_display_dispatch_pending(display) >= 0;
+    }
+  }
+  wl_callback_destroy(callback);
+  return ok;
+}
+
+}  // namespace
 
 struct WaylandStage::Parts {
   wl_display* display = nullptr;
@@ -53,7 +83,7 @@ struct WaylandStage::Parts {
     if (xdgSurface != nullptr) xdg_surface_destroy(xdgSurface);
     if (surface != nullptr) wl_surface_destroy(surface);
     if (buffer != nullptr) wl_buffer_destroy(buffer);
-    wl_display_roundtrip(display);
+    roundtrip(display, Clock::now() + std::chrono::seconds(1));
     wl_display_disconnect(display);
   }
 
@@ -155,7 +185,9 @@ std::unique_ptr<WaylandStage> WaylandStage::open(int width, int height) {
   p.height = height;
   p.registry = wl_display_get_registry(display);
   wl_registry_add_listener(p.registry, &kRegistry, &p);
-  if (wl_display_roundtrip(display) < 0 || p.compositor == nullptr || p.shm == nullptr ||
+  // Mapped once the first configure is answered with a buffer, within 2 seconds in all.
+  const auto deadline = Clock::now() + std::chrono::seconds(2);
+  if (!roundtrip(display, deadline) || p.compositor == nullptr || p.shm == nullptr ||
       p.shell == nullptr)
     return nullptr;
   xdg_wm_base_add_listener(p.shell, &kShell, &p);
@@ -167,12 +199,8 @@ std::unique_ptr<WaylandStage> WaylandStage::open(int width, int height) {
   xdg_toplevel_set_title(p.toplevel, "Tessel Stage");
   xdg_toplevel_set_app_id(p.toplevel, "tessel");
   wl_surface_commit(p.surface);
-  // Mapped once the first configure is answered with a buffer.
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-  while (!p.configured && std::chrono::steady_clock::now() < deadline) {
-    if (wl_display_roundtrip(display) < 0) return nullptr;
-  }
-  wl_display_roundtrip(display);
+  while (!p.configured)
+    if (!roundtrip(display, deadline)) return nullptr;
   p.stop = eventfd(0, EFD_CLOEXEC);
   if (p.stop < 0) return nullptr;
   p.thread = std::thread([&p] { p.run(); });

@@ -42,6 +42,9 @@ class DisplayService {
   // Switches monitor `id` to `mode` (one of its own) and fits the screen to the monitors'
   // bounding box; true when the server accepted it.
   virtual bool switchMode(uint32_t id, const DisplayMode& mode) = 0;
+  // Whether switchMode would be accepted, without switching; where the system cannot ask, any
+  // mode of the monitor's own is.
+  virtual bool testMode(uint32_t, const DisplayMode&) { return true; }
 
   // Makes the picture file the desktop background of every monitor.
   virtual WallpaperResult setWallpaper(const std::string& file) = 0;

@@ -31,5 +31,7 @@ std::unique_ptr<KioskService> makeLinuxKioskService();
 // when the host offers it; empty otherwise). The Linux backend calls it, since a grab on any other
 // connection would take the keys away from the presentation too.
 void setKeyboardHolder(std::function<bool(bool)> holder);
+// Calls the host's holder; false when the host offers none.
+bool holdKeyboardThroughHost(bool hold);
 
 }  // namespace tessel::platform

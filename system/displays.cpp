@@ -112,7 +112,7 @@ int32_t setDisplay(int32_t width, int32_t height, int32_t depth, std::string_vie
   std::optional<DisplayMode> chosen = found.exact ? found.exact : found.fallback;
   platform::DisplayService& service = platform::displayService();
   if (chosen) {
-    if (test) return 0;
+    if (test) return service.testMode(main->id, *chosen) ? 0 : -1;
     return service.switchMode(main->id, *chosen) ? 0 : -1;
   }
   if (test) return found.candidates.empty() ? -1 : 0;

@@ -7,6 +7,10 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <string_view>
+
+#include "host/tessel/wayland_stage.h"
 
 namespace tessel::runner {
 namespace {
@@ -36,12 +40,24 @@ bool listedByWindowManager(Display* d, Window w) {
 }  // namespace
 
 struct Stage::Parts {
+  std::unique_ptr<WaylandStage> wayland;
   Display* display = nullptr;
   Window window = None;
   bool held = false;
 };
 
 std::unique_ptr<Stage> Stage::open(int width, int height) {
+  const char* socket = std::getenv("WAYLAND_DISPLAY");
+  const char* forced = std::getenv("TESSEL_BACKEND");
+  if (socket != nullptr && *socket != '\0' &&
+      (forced == nullptr || std::string_view(forced) != "x11")) {
+    if (auto wayland = WaylandStage::open(width, height)) {
+      std::unique_ptr<Stage> stage(new Stage());
+      stage->parts_ = std::make_unique<Parts>();
+      stage->parts_->wayland = std::move(wayland);
+      return stage;
+    }
+  }
   XSetErrorHandler(ignoreError);
   Display* d = XOpenDisplay(nullptr);
   if (d == nullptr) return nullptr;
@@ -94,7 +110,7 @@ std::unique_ptr<Stage> Stage::open(int width, int height) {
 }
 
 Stage::~Stage() {
-  if (!parts_ || parts_->display == nullptr) return;
+  if (!parts_ || parts_->display == nullptr) return;  // a Wayland stage closes by itself
   if (parts_->held) XUngrabKeyboard(parts_->display, CurrentTime);
   XDestroyWindow(parts_->display, parts_->window);
   XCloseDisplay(parts_->display);
@@ -109,6 +125,7 @@ void Stage::drainEvents() {
 }
 
 bool Stage::holdKeyboard(bool hold) {
+  if (parts_->wayland) return parts_->wayland->holdKeyboard(hold);
   Display* d = parts_->display;
   drainEvents();
   if (!hold) {

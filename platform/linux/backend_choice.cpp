@@ -46,21 +46,21 @@ std::unique_ptr<DesktopService> makeLinuxDesktopService() {
 }
 
 std::unique_ptr<DisplayService> makeLinuxDisplayService() {
-  return backends::pick<DisplayService>(backends::makeX11DisplayService, nullptr, [](const auto& g) {
-    return backends::offers(g, "zwlr_output_manager_v1");
-  });
+  return backends::pick<DisplayService>(
+      backends::makeX11DisplayService, backends::makeWaylandDisplayService,
+      [](const auto& g) { return backends::offers(g, "zwlr_output_manager_v1"); });
 }
 
 std::unique_ptr<ClipboardService> makeLinuxClipboardService() {
-  return backends::pick<ClipboardService>(backends::makeX11ClipboardService, nullptr, [](const auto& g) {
-    return backends::offers(g, "zwlr_data_control_manager_v1");
-  });
+  return backends::pick<ClipboardService>(
+      backends::makeX11ClipboardService, backends::makeWaylandClipboardService,
+      [](const auto& g) { return backends::offers(g, "zwlr_data_control_manager_v1"); });
 }
 
 std::unique_ptr<KioskService> makeLinuxKioskService() {
-  return backends::pick<KioskService>(backends::makeX11KioskService, nullptr, [](const auto& g) {
-    return backends::offers(g, "xdg_wm_base");
-  });
+  return backends::pick<KioskService>(
+      backends::makeX11KioskService, backends::makeWaylandKioskService,
+      [](const auto& g) { return backends::offers(g, "xdg_wm_base"); });
 }
 
 }  // namespace tessel::platform

@@ -27,21 +27,26 @@ void drainEvents();
 // GDK ends the process on the X errors of its requests on the dead window). So the DestroyNotify
 // is taken away from GDK before it sees it, `gone` turns true, the call ends with its cancel
 // value and the widget is destroyed in the ordinary way; X errors on GTK's connection while the
-// window lives are ignored instead of ending the host.
+// window lives are ignored instead of ending the host. (On Wayland a compositor's close request
+// reaches the window as its close button does.)
 class CallWindow {
  public:
   explicit CallWindow(GtkWidget* window) : widget_(window) {
     g_object_ref(window);
-    gdk_x11_display_error_trap_push(gdk_display_get_default());
-    gdk_window_add_filter(nullptr, &CallWindow::filter, this);
+    if (GDK_IS_X11_DISPLAY(gdk_display_get_default())) {
+      gdk_x11_display_error_trap_push(gdk_display_get_default());
+      gdk_window_add_filter(nullptr, &CallWindow::filter, this);
+    }
   }
   ~CallWindow() {
     gtk_widget_destroy(widget_);
     drainEvents();
-    gdk_window_remove_filter(nullptr, &CallWindow::filter, this);
     GdkDisplay* display = gdk_display_get_default();
     gdk_display_flush(display);
-    gdk_x11_display_error_trap_pop_ignored(display);
+    if (GDK_IS_X11_DISPLAY(display)) {
+      gdk_window_remove_filter(nullptr, &CallWindow::filter, this);
+      gdk_x11_display_error_trap_pop_ignored(display);
+    }
     g_object_unref(widget_);
   }
   CallWindow(const CallWindow&) = delete;

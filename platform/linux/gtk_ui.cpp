@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "platform/linux/gtk_support.h"
 #include "platform/ui.h"
@@ -168,12 +169,24 @@ class GtkUiService final : public UiService {
   }
 
  private:
-  // GTK on X11 only: without DISPLAY, or when the X server can't be reached, there is no window.
+  // GTK on its Wayland backend in a Wayland session (falling back to X11 when the compositor
+  // cannot be reached and there is an X display), on X11 otherwise; TESSEL_BACKEND forces one.
+  // Without either display, or when it can't be reached, there is no window.
   bool start() {
-    const char* display = std::getenv("DISPLAY");
+    auto set = [](const char* name) {
+      const char* value = std::getenv(name);
+      return value != nullptr && *value != '\0';
+    };
+    const char* forced = std::getenv("TESSEL_BACKEND");
+    std::string_view backend = forced != nullptr ? forced : "";
+    const char* backends = nullptr;
+    if (backend == "x11") backends = set("DISPLAY") ? "x11" : nullptr;
+    else if (backend == "wayland") backends = set("WAYLAND_DISPLAY") ? "wayland" : nullptr;
+    else if (set("WAYLAND_DISPLAY")) backends = set("DISPLAY") ? "wayland,x11" : "wayland";
+    else if (set("DISPLAY")) backends = "x11";
     bool ok = false;
-    if (display != nullptr && *display != '\0') {
-      gdk_set_allowed_backends("x11");
+    if (backends != nullptr) {
+      gdk_set_allowed_backends(backends);
       ok = gtk_init_check(nullptr, nullptr);
     }
     if (!ok) {

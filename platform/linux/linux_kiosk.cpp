@@ -86,15 +86,17 @@ class LinuxKioskService : public KioskService {
     return trap.sync() == 0;
   }
 
-  bool holdKeyboard(bool hold) override {
-    auto& holder = keyboardHolder();
-    return holder && holder(hold);
-  }
+  bool holdKeyboard(bool hold) override { return holdKeyboardThroughHost(hold); }
 };
 
 }  // namespace
 
 void setKeyboardHolder(std::function<bool(bool)> holder) { keyboardHolder() = std::move(holder); }
+
+bool holdKeyboardThroughHost(bool hold) {
+  auto& holder = keyboardHolder();
+  return holder && holder(hold);
+}
 
 std::unique_ptr<KioskService> backends::makeX11KioskService() {
   return std::make_unique<LinuxKioskService>();

@@ -269,6 +269,17 @@ bool Toplevels::close(WindowId window) {
   return connection_.flush(std::chrono::seconds(1));
 }
 
+bool Toplevels::setFullscreen(WindowId window, bool fullscreen) {
+  Handle* handle = lists_->find(window);
+  if (handle == nullptr ||
+      zwlr_foreign_toplevel_handle_v1_get_version(handle->proxy) <
+          ZWLR_FOREIGN_TOPLEVEL_HANDLE_V1_SET_FULLSCREEN_SINCE_VERSION)
+    return false;
+  if (fullscreen) zwlr_foreign_toplevel_handle_v1_set_fullscreen(handle->proxy, nullptr);
+  else zwlr_foreign_toplevel_handle_v1_unset_fullscreen(handle->proxy);
+  return connection_.flush(std::chrono::seconds(1));
+}
+
 bool Toplevels::takeChanged() {
   const bool changed = lists_->changed;
   lists_->changed = false;

@@ -38,6 +38,9 @@ class Toplevels {
   bool activate(WindowId window);
   // Asks `window` to close; false when it is unknown.
   bool close(WindowId window);
+  // Asks for `window` to be made fullscreen (on the output the compositor picks) or to leave
+  // fullscreen; false when it is unknown or the compositor's manager is older than version 2.
+  bool setFullscreen(WindowId window, bool fullscreen);
   // Whether the toplevel list changed (a title, a state, one opened or closed) since the last call.
   bool takeChanged();
 

@@ -141,6 +141,10 @@ platform::CustomBoxSpec customBoxLayout(const MsgBoxExOptions& o) {
       platform::uiService().measureText(spec.text, spec.style, spec.textRight - spec.textLeft);
   int32_t textBottom = 25 + measure.lines * measure.lineHeight;
   if (iconShown && textBottom < 80) textBottom = 80;
+  // A text taller than the screen is cut at its bottom: the buttons stay on the screen (and the
+  // window within what X11 can map).
+  const int32_t screenHeight = platform::uiService().screenSize().second;
+  if (screenHeight > 160) textBottom = std::min(textBottom, screenHeight - 80);
 
   spec.width = 460;
   spec.height = textBottom + 80;

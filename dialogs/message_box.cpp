@@ -16,6 +16,7 @@ using platform::DialogIcon;
 
 constexpr size_t kCaptionLen = 23;
 constexpr size_t kTitleLen = 63;
+constexpr int32_t kMaxFontSize = 1000;
 
 enum Slot { kOK, kCancel, kYes, kNo, kRetry, kIgnore, kAbort };
 
@@ -113,7 +114,8 @@ platform::CustomBoxSpec customBoxLayout(const MsgBoxExOptions& o) {
   platform::CustomBoxSpec spec;
   spec.title = o.caption;
   spec.style.fontName = o.fontName;
-  spec.style.pixelSize = o.fontSize > 0 ? o.fontSize : 12;
+  // Past 1,000 pixels Pango and FreeType give up (and the text's height could pass 2^31).
+  spec.style.pixelSize = o.fontSize > 0 ? std::min(o.fontSize, kMaxFontSize) : 12;
   spec.style.bold = o.fontWeight > 5;
   // The text as the box draws it: Mac OS Roman, with CR breaking lines.
   spec.text = platform::macRomanToUtf8(platform::utf8ToMacRoman(o.msg));
@@ -139,6 +141,10 @@ platform::CustomBoxSpec customBoxLayout(const MsgBoxExOptions& o) {
       platform::uiService().measureText(spec.text, spec.style, spec.textRight - spec.textLeft);
   int32_t textBottom = 25 + measure.lines * measure.lineHeight;
   if (iconShown && textBottom < 80) textBottom = 80;
+  // A text taller than the screen is cut at its bottom: the buttons stay on the screen (and the
+  // window within what X11 can map).
+  const int32_t screenHeight = platform::uiService().screenSize().second;
+  if (screenHeight > 160) textBottom = std::min(textBottom, screenHeight - 80);
 
   spec.width = 460;
   spec.height = textBottom + 80;

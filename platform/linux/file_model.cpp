@@ -183,8 +183,10 @@ FileStatus copyCompanion(const std::string& from, const std::string& to) {
   std::string source = companionOf(from), target = companionOf(to);
   int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
   if (in < 0) {
-    if (errno != ENOENT) return FileError{errno};
-    if (::unlink(target.c_str()) != 0 && errno != ENOENT) return FileError{errno};
+    // A name of 254 or 255 bytes leaves no room for a companion's: it has none.
+    auto none = [] { return errno == ENOENT || errno == ENAMETOOLONG; };
+    if (!none()) return FileError{errno};
+    if (::unlink(target.c_str()) != 0 && !none()) return FileError{errno};
     return {};
   }
   struct stat st {};

@@ -29,7 +29,8 @@ gint runDialog(const CallWindow& window) {
   gtk_window_set_modal(GTK_WINDOW(dialog), TRUE);
   gtk_widget_show(dialog);
   runUntil(run.done, window);
-  g_signal_handler_disconnect(dialog, handler);
+  // A dialog closed by its window's close button may be destroyed already, its handlers gone.
+  if (g_signal_handler_is_connected(dialog, handler)) g_signal_handler_disconnect(dialog, handler);
   return window.gone() ? GTK_RESPONSE_NONE : run.response;
 }
 

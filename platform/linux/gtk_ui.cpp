@@ -21,6 +21,16 @@ namespace {
 
 using namespace gtk;
 
+// GTK and Pango take UTF-8 only and show nothing of a text that is not (a Latin-1 name, a text
+// cut inside a character): each byte that starts no character shows as U+FFFD instead.
+std::string valid(std::string text) {
+  if (g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr)) return text;
+  gchar* made = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+  text = made;
+  g_free(made);
+  return text;
+}
+
 // ---- The progress window -------------------------------------------------------------------------
 
 class GtkProgress final : public ProgressWindow {
@@ -28,7 +38,7 @@ class GtkProgress final : public ProgressWindow {
   GtkProgress(const ProgressSpec& spec, std::pair<int32_t, int32_t> screen) {
     constexpr int32_t kWidth = 254, kHeight = 100;
     GtkWindow* w = GTK_WINDOW(window_.widget());
-    gtk_window_set_title(w, spec.title.c_str());
+    gtk_window_set_title(w, valid(spec.title).c_str());
     gtk_window_set_type_hint(w, GDK_WINDOW_TYPE_HINT_DIALOG);
     gtk_window_set_resizable(w, FALSE);
     GtkWidget* fixed = gtk_fixed_new();
@@ -44,7 +54,7 @@ class GtkProgress final : public ProgressWindow {
     bar_ = gtk_progress_bar_new();
     gtk_widget_set_size_request(bar_, 224, 14);
     gtk_fixed_put(GTK_FIXED(fixed), bar_, 15, barTop);
-    GtkWidget* button = gtk_button_new_with_label(spec.buttonText.c_str());
+    GtkWidget* button = gtk_button_new_with_label(valid(spec.buttonText).c_str());
     button_ = button;
     gtk_widget_set_size_request(button, 90, 28);
     gtk_fixed_put(GTK_FIXED(fixed), button, (spec.layout & 1) ? (kWidth - 90) / 2 : 149, 62);
@@ -72,7 +82,7 @@ class GtkProgress final : public ProgressWindow {
     drainEvents();
   }
   void setName(const std::string& name) override {
-    if (!window_.gone()) gtk_label_set_text(GTK_LABEL(name_), name.c_str());
+    if (!window_.gone()) gtk_label_set_text(GTK_LABEL(name_), valid(name).c_str());
   }
   void setPercent(int32_t percent) override {
     if (!window_.gone()) gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(bar_), percent / 100.0);
@@ -117,7 +127,9 @@ class GtkUiService final : public UiService {
     PangoFontMap* map = pango_cairo_font_map_get_default();
     PangoContext* context = pango_font_map_create_context(map);
     PangoLayout* layout = pango_layout_new(context);
-    setUpLayout(layout, text, style, width, TextAlign::Left);
+    TextStyle font = style;
+    font.fontName = valid(font.fontName);
+    setUpLayout(layout, valid(text), font, width, TextAlign::Left);
     TextMeasure measure;
     measure.lines = pango_layout_get_line_count(layout);
     PangoRectangle logical;
@@ -130,15 +142,46 @@ class GtkUiService final : public UiService {
   }
 
   // The windows themselves are in gtk_message_boxes.cpp, gtk_prompt.cpp and gtk_choosers.cpp.
-  int32_t alert(const AlertSpec& spec) override { return gtk::runAlert(spec); }
-  int32_t customBox(const CustomBoxSpec& spec) override { return gtk::runCustomBox(spec); }
+  // Every text a window shows is made valid UTF-8 first.
+  int32_t alert(const AlertSpec& spec) override {
+    AlertSpec shown = spec;
+    shown.message = valid(spec.message);
+    shown.title = valid(spec.title);
+    for (std::string& button : shown.buttons) button = valid(button);
+    return gtk::runAlert(shown);
+  }
+  int32_t customBox(const CustomBoxSpec& spec) override {
+    CustomBoxSpec shown = spec;
+    shown.title = valid(spec.title);
+    shown.text = valid(spec.text);
+    shown.style.fontName = valid(spec.style.fontName);
+    for (std::string& button : shown.buttons) button = valid(button);
+    return gtk::runCustomBox(shown);
+  }
   std::optional<std::vector<std::string>> prompt(const PromptSpec& spec) override {
-    return gtk::runPrompt(spec);
+    PromptSpec shown = spec;
+    shown.title = valid(spec.title);
+    shown.instruction = valid(spec.instruction);
+    for (PromptField& field : shown.fields) {
+      field.caption = valid(field.caption);
+      field.text = valid(field.text);
+    }
+    return gtk::runPrompt(shown);
   }
   std::vector<std::string> chooseFiles(const FileChooserSpec& spec) override {
-    return gtk::runFileChooser(spec);
+    FileChooserSpec shown = spec;
+    shown.title = valid(spec.title);
+    shown.instruction = valid(spec.instruction);
+    shown.proposedName = valid(spec.proposedName);
+    return gtk::runFileChooser(shown);
   }
-  int32_t chooseFromList(const ListChooserSpec& spec) override { return gtk::runListChooser(spec); }
+  int32_t chooseFromList(const ListChooserSpec& spec) override {
+    ListChooserSpec shown = spec;
+    shown.title = valid(spec.title);
+    shown.instruction = valid(spec.instruction);
+    for (std::string& row : shown.rows) row = valid(row);
+    return gtk::runListChooser(shown);
+  }
 
   std::unique_ptr<ProgressWindow> openProgress(const ProgressSpec& spec) override {
     if (!available()) return nullptr;

@@ -141,6 +141,11 @@ TEST(CustomBox, LayoutFollowsTheTextAndTheIcon) {
   EXPECT_EQ(spec.height, 120);  // below 80 is allowed without an icon
   EXPECT_EQ(spec.place.x, (1025 - 460) / 2);
   EXPECT_EQ(spec.place.y, (769 - 120) / 2);
+  // A text taller than the screen is cut so that the box fits it, buttons included.
+  desktop.ui->measure = {2000, 15};
+  spec = dialogs::customBoxLayout(o);
+  EXPECT_EQ(spec.height, 769);
+  EXPECT_EQ(spec.buttonTop, 769 - 80 + 35);
 }
 
 TEST(CustomBox, AlignmentFontAndTheCancelButton) {

@@ -211,7 +211,7 @@ TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
   expectBrackets(3);
 }
 
-TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
+TEST_F(Dialogs, PromptFlags) {
   // Numbers only: letters and spaces are swallowed.
   Value v = answer("tsPrompt", {"Number", "How many?", "", 1, -1, 0}, [&](unsigned long) {
     EXPECT_EQ(suggested(shown()), std::vector<std::string>{"OK"});
@@ -276,8 +276,12 @@ TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
     for (const auto& press : seen) EXPECT_GE(press.heldMs, 125) << press.label;
   }
 
-  // Ctrl+X cuts the selected default text; Ctrl+V pastes it even into a numbers-only field.
-  v = answer("tsPrompt", {"", "", "letters", 0, -1, 0}, [&](unsigned long) {
+  expectBrackets(6);
+}
+
+// Ctrl+X cuts the selected default text; Ctrl+V pastes it even into a numbers-only field.
+TEST_F(Dialogs, PromptClipboardKeys) {
+  Value v = answer("tsPrompt", {"", "", "letters", 0, -1, 0}, [&](unsigned long) {
     keys("ctrl+x");
     keys("Return");
   });
@@ -296,7 +300,7 @@ TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
     keys("Return");
   });
   EXPECT_EQ(v.string(), "copied");
-  expectBrackets(10);
+  expectBrackets(4);
 }
 
 TEST_F(Dialogs, LogInAnswersNameAndPassword) {
@@ -377,9 +381,17 @@ TEST_F(Dialogs, SelectorsTakeTypedPaths) {
 
   v = answer("tsGetFolder", {folder, "", 0, "", -1, 0}, [&](unsigned long) { keys("Escape"); });
   EXPECT_EQ(v.string(), "");
+  expectBrackets(5);
+}
+
+TEST_F(Dialogs, ListChoosersAnswerInTheCurrentStyle) {
+  TempDir dir;
+  dir.file("b.rtf", "b");
+  unixNames(true);
+  const std::string folder = dir.str() + "/";
 
   // The disk list starts on the start-up volume.
-  v = answer("tsGetDisk", {"", "Which disk?", 0, -1, 0}, [&](unsigned long) {
+  Value v = answer("tsGetDisk", {"", "Which disk?", 0, -1, 0}, [&](unsigned long) {
     SeenWindow seen = shown();
     EXPECT_TRUE(showsText(seen, "Which disk?"));
     EXPECT_EQ(suggested(seen), std::vector<std::string>{"OK"});
@@ -408,7 +420,7 @@ TEST_F(Dialogs, SelectorsTakeTypedPaths) {
   EXPECT_EQ(v.string(), listed ? text("tsHFSName", {folder + "b.rtf"}) : "");
   EXPECT_NE(v.string().find(':'), std::string::npos);
   unixNames(true);
-  expectBrackets(8);
+  expectBrackets(3);
 }
 
 TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {

@@ -49,14 +49,14 @@ struct ModuleState {
   // The live scripting instances, in the order they started. Several may live at once (two
   // hosts in one process, or `new` on the Xtra); they share the one module and its session.
   std::vector<MoaObjectHeader*> scriptInstances;
-  // The served instance: the one whose call runs, else the latest started. Its host's facts:
+  // The served instance: the one whose call runs, else the latest started, and whether its host
+  // is Director.
   MoaObjectHeader* scriptInstance = nullptr;
   bool hostIsDirector = false;
-  bool hostIsAuthoring = false;
 };
 ModuleState& moduleState();
 
-// Serves the module through this instance (nullptr: none): its services, host facts and host
+// Serves the module through this instance (nullptr: none): its services, host kind and host
 // extensions become the current ones. A call is served through the instance it was made on and
 // the one served before is put back when it returns, so a handler that calls another host's
 // instance from inside a call comes back to its own.
@@ -87,7 +87,6 @@ struct TesselScriptFields {
   ITesselStage* stage = nullptr;
   ITesselInterrupt* interrupt = nullptr;
   bool hostIsDirector = false;
-  bool hostIsAuthoring = false;
 };
 inline constexpr MoaLong kScriptInstanceSize =
     static_cast<MoaLong>(sizeof(MoaObjectHeader) + sizeof(TesselScriptFields));
@@ -264,5 +263,7 @@ inline constexpr MoaUlong kMethodTableBlockSize = 9061;
 
 // Opens the help document with the desktop's default application (authoring mode only).
 void openHelpDocument();
+// Whether the host behind this callback runs in authoring mode (its application information).
+bool hostIsAuthoring(IMoaCallback* callback);
 
 }  // namespace tessel::xtra

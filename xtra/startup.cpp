@@ -30,7 +30,8 @@ void appInfoText(IMoaAppInfo* info, MoaLong item, char (&text)[65]) {
   text[64] = '\0';
 }
 
-// The host services an instance holds, and what its host is; stops at the first that fails.
+// The host services an instance holds, and whether its host is Director; stops at the first that
+// fails.
 MoaError acquireServices(IMoaCallback* cb, TesselScriptFields& self) {
   MoaError err = acquire(cb, IID_IMoaMmValue, self.scriptValue);
   if (err) return err;
@@ -47,13 +48,19 @@ MoaError acquireServices(IMoaCallback* cb, TesselScriptFields& self) {
   if ((err = acquire(cb, IID_IMoaMmList, self.list))) return err;
   if ((err = acquire(cb, IID_IMoaHandle, self.utilityB))) return err;
   if (self.hostIsDirector && (err = acquire(cb, IID_IMoaDrMediaValue, self.movie))) return err;
-
-  appInfoText(self.appInfo, kMoaAppInfo_RunMode, text);
-  self.hostIsAuthoring = support::equalsIgnoringCase(text, "Author");
   return kMoaErr_NoErr;
 }
 
 }  // namespace
+
+bool hostIsAuthoring(IMoaCallback* callback) {
+  IMoaAppInfo* info = nullptr;
+  if (callback == nullptr || acquire(callback, IID_IMoaAppInfo, info) != kMoaErr_NoErr) return false;
+  char text[65];
+  appInfoText(info, kMoaAppInfo_RunMode, text);
+  info->Release();
+  return support::equalsIgnoringCase(text, "Author");
+}
 
 MoaError scriptCreate(MoaObjectHeader* header) {
   TesselScriptFields* self = scriptFields(header);
@@ -79,7 +86,7 @@ void serveThrough(MoaObjectHeader* header) {
   state.scriptInstance = header;
   if (header == nullptr) {
     hostServices() = HostServices{};
-    state.hostIsDirector = state.hostIsAuthoring = false;
+    state.hostIsDirector = false;
     useHostExtensions(nullptr);
     return;
   }
@@ -88,7 +95,6 @@ void serveThrough(MoaObjectHeader* header) {
                                 self.player,      self.calloc,  self.list,     self.utilityB,
                                 self.movie};
   state.hostIsDirector = self.hostIsDirector;
-  state.hostIsAuthoring = self.hostIsAuthoring;
   useHostExtensions(&self);
 }
 

@@ -18,6 +18,7 @@
 
 #include "platform/linux/deadline.h"
 #include "tests/boundary/boundary_support.h"
+#include "tests/boundary/desktop_driver.h"
 
 namespace tessel::testing {
 namespace {
@@ -186,6 +187,24 @@ TEST_F(Reentrancy, TwoInstancesShareTheModulesSession) {
     hits.insert(callB("tsFindNextFile", {}).string());
     EXPECT_EQ(hits.size(), 2u);
     EXPECT_EQ(text("tsFindNextFile"), "");
+
+    // One set of button captions: set through B, shown by A's box (with a display to show it).
+    callB("tsMsgBoxButtons", {Value("Bien"), Value(""), Value(""), Value(""), Value(""),
+                              Value(""), Value("")});
+    const char* display = std::getenv("DISPLAY");
+    if (display != nullptr && *display != '\0') {
+      std::vector<std::string> labels;
+      Value pressed = withWindow([&] { return call("tsMsgBox", {"m", "", "OK", "", 1}); },
+                                 [&] {
+                                   const unsigned long window = waitForWindow();
+                                   for (const SeenWindow& w : visibleWindows())
+                                     for (const SeenButton& b : w.buttons) labels.push_back(b.label);
+                                   focus(window);
+                                   keys("Return");
+                                 });
+      EXPECT_EQ(labels, std::vector<std::string>{"Bien"});
+      EXPECT_EQ(pressed.string(), "OK");
+    }
 
     // A third host loading the module (and ending its registration instance) ends nothing.
     unixNames(true);

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "dialogs/dialog_support.h"
+#include "support/session.h"
 #include "support/text.h"
 #include "platform/text_encoding.h"
 #include "platform/ui.h"
@@ -20,16 +21,13 @@ constexpr int32_t kMaxFontSize = 1000;
 
 enum Slot { kOK, kCancel, kYes, kNo, kRetry, kIgnore, kAbort };
 
-// Kept for the session (until resetMessageBoxes): the captions shown on the standard buttons,
-// and the names of the buttons of the last alert whose button set was recognised.
+// The session's part: the captions shown on the standard buttons, and the names of the buttons
+// of the last alert whose button set was recognised.
 struct Session {
   std::array<std::string, 7> captions;
   std::array<std::string, 3> pressed;
 };
-Session& session() {
-  static Session state;
-  return state;
-}
+Session& session() { return support::session().part<Session>(); }
 std::array<std::string, 7>& buttonCaptions() { return session().captions; }
 std::array<std::string, 3>& pressedNames() { return session().pressed; }
 
@@ -99,8 +97,6 @@ std::string msgBox(std::string_view msg, std::string_view caption, std::string_v
   if (pressed >= 1 && pressed <= 3) return names[pressed - 1];
   return "";
 }
-
-void resetMessageBoxes() { session() = Session{}; }
 
 void msgBoxButtons(std::string_view ok, std::string_view cancel, std::string_view yes,
                    std::string_view no, std::string_view retry, std::string_view ignore,

@@ -9,12 +9,11 @@ namespace tessel::dialogs {
 
 std::string msgBox(std::string_view msg, std::string_view caption, std::string_view buttons,
                    std::string_view icon, int32_t defButton);
-// The captions shown for the standard buttons (an empty caption keeps the standard one).
+// The captions shown for the standard buttons (an empty caption keeps the standard one), for the
+// rest of the module's session.
 void msgBoxButtons(std::string_view ok, std::string_view cancel, std::string_view yes,
                    std::string_view no, std::string_view retry, std::string_view ignore,
                    std::string_view abort);
-// The standard captions back, and no alert's button names remembered (the session's end).
-void resetMessageBoxes();
 
 struct MsgBoxExOptions {
   std::string msg, caption, button1, button2, button3, icon;

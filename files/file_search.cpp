@@ -6,12 +6,13 @@
 #include "files/file_patterns.h"
 #include "files/folder_walk.h"
 #include "paths/paths.h"
+#include "support/session.h"
 #include "support/text.h"
 
 namespace tessel::files {
 namespace {
 
-// The one search of the process. The index into the current folder survives a new search on
+// The one search of the module's session. The index into the current folder survives a new search on
 // purpose: only a folder searched to its end sets it back to 1.
 struct Search {
   bool open = false;
@@ -29,10 +30,7 @@ struct Search {
   bool prefixUnix = false;
 };
 
-Search& search() {
-  static Search record;
-  return record;
-}
+Search& search() { return support::session().part<Search>(); }
 
 void closeSearch(Search& s) {
   s.open = false;

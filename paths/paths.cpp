@@ -13,12 +13,16 @@
 #include "paths/volume_model.h"
 #include "platform/files.h"
 #include "platform/text_encoding.h"
+#include "support/session.h"
 
 namespace tessel::paths {
 using support::startsWithIgnoringCase;
 namespace {
 
-bool gReturnUnixNames = false;
+// The session's path style: Unix paths in the results once a movie asked for them.
+struct StyleSwitch {
+  bool unixNames = false;
+};
 
 // "/" and ":" trade places between an HFS component and the Linux name it stands for.
 std::string swapSeparators(std::string_view component) {
@@ -110,13 +114,8 @@ std::string hfsOfNative(const std::string& native) {
 
 // ---- The style switch ---------------------------------------------------------------------------
 
-bool returnUnixNames() { return gReturnUnixNames; }
-void setReturnUnixNames(bool on) { gReturnUnixNames = on; }
-
-void resetPaths() {
-  gReturnUnixNames = false;
-  forgetVolumes();
-}
+bool returnUnixNames() { return support::session().part<StyleSwitch>().unixNames; }
+void setReturnUnixNames(bool on) { support::session().part<StyleSwitch>().unixNames = on; }
 
 // ---- Styles and separators ----------------------------------------------------------------------
 

@@ -18,16 +18,14 @@ namespace tessel::paths {
 
 // ---- The style switch -----------------------------------------------------------------------------
 
-// When on, every method that returns a path returns a Unix path; off (HFS paths) at load.
+// When on, every method that returns a path returns a Unix path; off (HFS paths) when a session
+// starts (it is part of the module's session, support/session.h).
 bool returnUnixNames();
 void setReturnUnixNames(bool on);
 
 // Starts a new Lingo call: the next question about volumes reads the mount table afresh, and
 // every later one in the same call reuses that reading.
 void beginCall();
-
-// The session's end: the style switch off, and the volume table read afresh when next asked.
-void resetPaths();
 
 // ---- Styles and conversions -------------------------------------------------------------------------
 

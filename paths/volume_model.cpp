@@ -5,27 +5,22 @@
 
 #include "paths/paths.h"
 #include "platform/text_encoding.h"
+#include "support/session.h"
 #include "support/text.h"
 
 namespace tessel::paths {
 namespace {
 
+// The session's reading of the mount table, valid for the call it was taken in.
 struct Reading {
   bool valid = false;
   uint64_t call = 0;
   uint64_t serviceSerial = 0;
   std::vector<Volume> volumes;
+  uint64_t calls = 0;  // Lingo calls so far (beginCall)
 };
 
-Reading& reading() {
-  static Reading r;
-  return r;
-}
-
-uint64_t& callCounter() {
-  static uint64_t counter = 0;
-  return counter;
-}
+Reading& reading() { return support::session().part<Reading>(); }
 
 using support::cutUtf8;
 
@@ -41,7 +36,7 @@ std::string cleanName(std::string name, const std::string& mountPoint) {
 
 }  // namespace
 
-void beginCall() { ++callCounter(); }
+void beginCall() { ++reading().calls; }
 
 std::string foldCase(std::string_view text) { return platform::foldCase(text); }
 
@@ -89,10 +84,10 @@ std::vector<Volume> nameVolumes(std::vector<platform::MountedVolume> mounted) {
 const std::vector<Volume>& volumes() {
   Reading& r = reading();
   uint64_t serial = platform::volumeServiceSerial();
-  if (!r.valid || r.call != callCounter() || r.serviceSerial != serial) {
+  if (!r.valid || r.call != r.calls || r.serviceSerial != serial) {
     r.volumes = nameVolumes(platform::volumeService().mountedVolumes());
     r.valid = true;
-    r.call = callCounter();
+    r.call = r.calls;
     r.serviceSerial = serial;
   }
   return r.volumes;

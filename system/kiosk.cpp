@@ -2,20 +2,23 @@
 
 #include "platform/displays.h"
 #include "platform/kiosk.h"
+#include "support/session.h"
 
 namespace tessel::system {
 namespace {
 
-// What this module changed, so that unloading can put it back.
+// What this session changed, put back when it ends (the host's stage still held then).
 struct KioskState {
   bool layerChanged = false;
   bool keyboardHeld = false;
+
+  void end() {
+    if (keyboardHeld) platform::kioskService().holdKeyboard(false);
+    if (layerChanged) platform::kioskService().setStageLayer(platform::StageLayer::Normal);
+  }
 };
 
-KioskState& state() {
-  static KioskState s;
-  return s;
-}
+KioskState& state() { return support::session().part<KioskState>(); }
 
 }  // namespace
 
@@ -37,13 +40,6 @@ int32_t disableSwitching(int32_t disable) {
   bool hold = disable != 0;
   if (platform::kioskService().holdKeyboard(hold)) state().keyboardHeld = hold;
   return 0;
-}
-
-void restoreKiosk() {
-  KioskState& s = state();
-  if (s.keyboardHeld) platform::kioskService().holdKeyboard(false);
-  if (s.layerChanged) platform::kioskService().setStageLayer(platform::StageLayer::Normal);
-  s = KioskState{};
 }
 
 int32_t placeCursor(int32_t x, int32_t y) {

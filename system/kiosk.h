@@ -14,8 +14,7 @@ std::string pasteText();
 int32_t placeCursor(int32_t x, int32_t y);
 int32_t setVolume(std::string_view type, int32_t volume);
 int32_t getVolume(std::string_view type);
-
-// Puts back what tsHideTaskBar and tsDisableSwitching changed (when the module is unloaded).
-void restoreKiosk();
+// What tsHideTaskBar and tsDisableSwitching changed is put back when the module's session ends
+// (support/session.h).
 
 }  // namespace tessel::system

@@ -12,8 +12,10 @@
 namespace tessel::windows {
 namespace {
 
+// `onDisplay`: the state is a window's, so a display lost during the wait ends it with 0, as no
+// display at its start does (a process's end needs none).
 template <typename Reached>
-int32_t loop(int32_t pid, int32_t timeoutTicks, Reached reached) {
+int32_t loop(int32_t pid, int32_t timeoutTicks, bool onDisplay, Reached reached) {
   auto& desktop = platform::desktopService();
   const bool limited = timeoutTicks > 0;
   const uint32_t deadline = tickDeadline(desktop.microseconds(), timeoutTicks);
@@ -21,6 +23,7 @@ int32_t loop(int32_t pid, int32_t timeoutTicks, Reached reached) {
     desktop.waitRound(pid, kRoundMilliseconds);
     // The user asked the running script to stop (a signal also cuts the round short).
     if (platform::hostHooks().interruptRequested()) return 0;
+    if (onDisplay && !desktop.displayAvailable()) return 0;
     const int32_t result = reached();
     // A deadline that has passed wins, even over a state reached in this same round.
     if (limited && deadlinePassed(desktop.microseconds(), deadline)) return 0;
@@ -41,12 +44,12 @@ int32_t waitForProcess(int32_t pid, WaitState state, int32_t timeoutTicks) {
   if (pid <= 0 || !desktop.processAlive(pid)) return 0;
   switch (state) {
     case WaitState::Closed:
-      return loop(pid, timeoutTicks, [&] { return desktop.processAlive(pid) ? 0 : 1; });
+      return loop(pid, timeoutTicks, false, [&] { return desktop.processAlive(pid) ? 0 : 1; });
     case WaitState::Active:
-      return loop(0, timeoutTicks, [&] { return frontmostProcess() == pid ? 1 : 0; });
+      return loop(0, timeoutTicks, true, [&] { return frontmostProcess() == pid ? 1 : 0; });
     case WaitState::Inactive:
       // No active window at all leaves every process inactive.
-      return loop(0, timeoutTicks, [&] {
+      return loop(0, timeoutTicks, true, [&] {
         int32_t front = frontmostProcess();
         return front >= 0 && front != pid ? 1 : 0;
       });
@@ -56,7 +59,7 @@ int32_t waitForProcess(int32_t pid, WaitState state, int32_t timeoutTicks) {
 
 int32_t waitForOtherFrontmost(int32_t timeoutTicks) {
   const int32_t self = platform::desktopService().ownPid();
-  return loop(0, timeoutTicks, [&] {
+  return loop(0, timeoutTicks, true, [&] {
     int32_t front = frontmostProcess();
     return front > 0 && front != self ? front : 0;
   });

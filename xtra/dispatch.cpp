@@ -1,4 +1,6 @@
 // The Lingo call dispatcher: method number (its place in the method table, from 1) to operation.
+#include <algorithm>
+
 #include "xtra/module.h"
 
 namespace tessel::xtra {
@@ -47,7 +49,18 @@ MoaError TStdXtra_IMoaMmXScript::Call(PMoaMmCallInfo call) {
   // A number outside the table is no error: the result stays VOID.
   if (selector < 1 || selector > 101) return kMoaErr_NoErr;
   const Operation operation = kOperations[static_cast<size_t>(selector)];
-  return (this->*operation)(call);
+  // Served through this instance's host; the one served before comes back afterwards (this may be
+  // a call from a handler that runs inside another instance's call), unless it ended meanwhile.
+  ModuleState& state = moduleState();
+  MoaObjectHeader* const before = state.scriptInstance;
+  if (before != owner_) serveThrough(owner_);
+  const MoaError err = (this->*operation)(call);
+  if (state.scriptInstance != before) {
+    const auto& live = state.scriptInstances;
+    const bool alive = std::find(live.begin(), live.end(), before) != live.end();
+    serveThrough(alive ? before : live.empty() ? nullptr : live.back());
+  }
+  return err;
 }
 
 }  // namespace tessel::xtra

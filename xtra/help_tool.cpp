@@ -44,7 +44,8 @@ void openHelpDocument() {
 }
 
 MoaError CTool_IMoaMmXTool::Invoke() {
-  if (moduleState().hostIsAuthoring) openHelpDocument();
+  // The tool's own host says whether it is authoring; no scripting instance need be alive.
+  if (hostIsAuthoring(owner_->pCallback)) openHelpDocument();
   return kMoaErr_NoErr;
 }
 

@@ -7,13 +7,15 @@
 namespace tessel::xtra {
 namespace {
 
+// The served instance's extensions.
 ITesselStage* stage = nullptr;
 ITesselInterrupt* interrupt = nullptr;
 
 template <typename I>
 void acquire(IMoaCallback* callback, const MoaID& iid, I*& slot) {
   void* out = nullptr;
-  if (slot == nullptr && callback->QueryInterface(&iid, &out) == kMoaErr_NoErr && out != nullptr)
+  slot = nullptr;
+  if (callback->QueryInterface(&iid, &out) == kMoaErr_NoErr && out != nullptr)
     slot = static_cast<I*>(out);
 }
 
@@ -27,21 +29,27 @@ void release(I*& slot) {
 
 }  // namespace
 
-void acquireHostExtensions(IMoaCallback* callback) {
+void acquireHostExtensions(IMoaCallback* callback, TesselScriptFields& fields) {
   if (callback == nullptr) return;
-  acquire(callback, IID_ITesselInterrupt, interrupt);
-  if (stage != nullptr) return;
-  acquire(callback, IID_ITesselStage, stage);
-  if (stage == nullptr) return;
+  acquire(callback, IID_ITesselInterrupt, fields.interrupt);
+  acquire(callback, IID_ITesselStage, fields.stage);
+}
+
+void releaseHostExtensions(TesselScriptFields& fields) {
+  release(fields.stage);
+  release(fields.interrupt);
+}
+
+void useHostExtensions(const TesselScriptFields* fields) {
+  stage = fields != nullptr ? fields->stage : nullptr;
+  interrupt = fields != nullptr ? fields->interrupt : nullptr;
+  if (stage == nullptr) {
+    platform::setKeyboardHolder(nullptr);
+    return;
+  }
   platform::setKeyboardHolder([](bool hold) {
     return stage != nullptr && stage->HoldKeyboard(hold ? 1 : 0) == kMoaErr_NoErr;
   });
-}
-
-void releaseHostExtensions() {
-  platform::setKeyboardHolder(nullptr);
-  release(stage);
-  release(interrupt);
 }
 
 bool interruptRequested() {

@@ -2,7 +2,11 @@
 // state the module keeps between calls.
 #pragma once
 
+#include <vector>
+
 #include "moa/moa_interfaces.h"
+#include "moa/tessel_interrupt.h"
+#include "moa/tessel_stage.h"
 
 namespace tessel::xtra {
 
@@ -32,42 +36,57 @@ struct HostServices {
   IMoaDrMediaValue* movie = nullptr;  // Director only
 };
 
-// Process-wide: the workers and the marshalling layer reach the host through this table without
-// an instance at hand. The host calls the module on one thread only.
+// The served instance's services (see serveThrough): the workers and the marshalling layer reach
+// the host through this table without an instance at hand. The host calls the module on one
+// thread only.
 HostServices& hostServices();
 
+// What the module frame keeps. What a movie set and what the subsystems keep between calls is
+// the module's session (support/session.h).
 struct ModuleState {
   MoaLong liveObjects = 0;  // interface objects alive; DllCanUnloadNow answers from it
-  bool hostIsDirector = false;
-  bool hostIsAuthoring = false;
   MoaFileRef fileRef = nullptr;  // from ppcSetFileRef; made current around every window
+  // The live scripting instances, in the order they started. Several may live at once (two
+  // hosts in one process, or `new` on the Xtra); they share the one module and its session.
+  std::vector<MoaObjectHeader*> scriptInstances;
+  // The served instance: the one whose call runs, else the latest started, and whether its host
+  // is Director.
   MoaObjectHeader* scriptInstance = nullptr;
+  bool hostIsDirector = false;
 };
 ModuleState& moduleState();
 
-// The end of a scripting instance's session: every setting a movie made and everything the
-// subsystems keep between calls goes back to what a freshly loaded module has, so a host that
-// loads, unloads and loads the module again (the image may stay mapped) starts clean. That state
-// is: the kiosk (stage layer, held keyboard: put back while the host's stage is still held), the
-// path style and the volume table (paths), the button captions and the last alert's button names
-// (dialogs), and the open file search (files).
+// Serves the module through this instance (nullptr: none): its services, host kind and host
+// extensions become the current ones. A call is served through the instance it was made on and
+// the one served before is put back when it returns, so a handler that calls another host's
+// instance from inside a call comes back to its own.
+void serveThrough(MoaObjectHeader* instance);
+
+// The end of the module's session, when its last scripting instance ends: every setting a movie
+// made and everything the subsystems keep between calls goes back to what a freshly loaded module
+// has, so a host that loads, unloads and loads the module again (the image may stay mapped)
+// starts clean. The kiosk puts back its changes then, while the host's stage is still held.
 void endSession();
 
 // ---- Instance records ------------------------------------------------------------------------------
 
 // A scripting-class instance is the host's standard header followed by these fields: one
-// reference on each service. The header's dynamic type is the host's, so the fields are reached
-// by their offset rather than through a type derived from the header.
+// reference on each service and extension its host offers, and what its host is. The header's
+// dynamic type is the host's, so the fields are reached by their offset rather than through a
+// type derived from the header.
 struct TesselScriptFields {
-  IMoaCalloc* calloc;
-  IMoaMmUtils2* utilityA;
-  IMoaMmUtils* lingoValue;
-  IMoaMmValue* scriptValue;
-  IMoaDrPlayer* player;
-  IMoaMmList* list;
-  IMoaHandle* utilityB;
-  IMoaDrMediaValue* movie;
-  IMoaAppInfo* appInfo;
+  IMoaCalloc* calloc = nullptr;
+  IMoaMmUtils2* utilityA = nullptr;
+  IMoaMmUtils* lingoValue = nullptr;
+  IMoaMmValue* scriptValue = nullptr;
+  IMoaDrPlayer* player = nullptr;
+  IMoaMmList* list = nullptr;
+  IMoaHandle* utilityB = nullptr;
+  IMoaDrMediaValue* movie = nullptr;
+  IMoaAppInfo* appInfo = nullptr;
+  ITesselStage* stage = nullptr;
+  ITesselInterrupt* interrupt = nullptr;
+  bool hostIsDirector = false;
 };
 inline constexpr MoaLong kScriptInstanceSize =
     static_cast<MoaLong>(sizeof(MoaObjectHeader) + sizeof(TesselScriptFields));
@@ -244,5 +263,7 @@ inline constexpr MoaUlong kMethodTableBlockSize = 9061;
 
 // Opens the help document with the desktop's default application (authoring mode only).
 void openHelpDocument();
+// Whether the host behind this callback runs in authoring mode (its application information).
+bool hostIsAuthoring(IMoaCallback* callback);
 
 }  // namespace tessel::xtra

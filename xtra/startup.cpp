@@ -1,11 +1,10 @@
 // Start-up and shut-down of a scripting-class instance: acquiring the host services every method
 // uses, and learning which host runs the module.
-#include "dialogs/message_box.h"
-#include "files/file_search.h"
-#include "paths/paths.h"
+#include <algorithm>
+
 #include "platform/ui.h"
+#include "support/session.h"
 #include "support/text.h"
-#include "system/kiosk.h"
 #include "xtra/host_extensions.h"
 #include "xtra/module.h"
 
@@ -31,53 +30,72 @@ void appInfoText(IMoaAppInfo* info, MoaLong item, char (&text)[65]) {
   text[64] = '\0';
 }
 
+// The host services an instance holds, and whether its host is Director; stops at the first that
+// fails.
+MoaError acquireServices(IMoaCallback* cb, TesselScriptFields& self) {
+  MoaError err = acquire(cb, IID_IMoaMmValue, self.scriptValue);
+  if (err) return err;
+  if ((err = acquire(cb, IID_IMoaAppInfo, self.appInfo))) return err;
+
+  char text[65];
+  appInfoText(self.appInfo, kMoaAppInfo_ProductName, text);
+  self.hostIsDirector = support::equalsIgnoringCase(text, "Director");
+
+  if ((err = acquire(cb, IID_IMoaMmUtils2, self.utilityA))) return err;
+  if ((err = acquire(cb, IID_IMoaMmUtils, self.lingoValue))) return err;
+  if (self.hostIsDirector && (err = acquire(cb, IID_IMoaDrPlayer, self.player))) return err;
+  if ((err = acquire(cb, IID_IMoaCalloc, self.calloc))) return err;
+  if ((err = acquire(cb, IID_IMoaMmList, self.list))) return err;
+  if ((err = acquire(cb, IID_IMoaHandle, self.utilityB))) return err;
+  if (self.hostIsDirector && (err = acquire(cb, IID_IMoaDrMediaValue, self.movie))) return err;
+  return kMoaErr_NoErr;
+}
+
 }  // namespace
+
+bool hostIsAuthoring(IMoaCallback* callback) {
+  IMoaAppInfo* info = nullptr;
+  if (callback == nullptr || acquire(callback, IID_IMoaAppInfo, info) != kMoaErr_NoErr) return false;
+  char text[65];
+  appInfoText(info, kMoaAppInfo_RunMode, text);
+  info->Release();
+  return support::equalsIgnoringCase(text, "Author");
+}
 
 MoaError scriptCreate(MoaObjectHeader* header) {
   TesselScriptFields* self = scriptFields(header);
-  ModuleState& state = moduleState();
-  HostServices& services = hostServices();
-  state.scriptInstance = header;
-  self->appInfo = nullptr;
-  self->player = nullptr;
-
+  *self = TesselScriptFields{};
   IMoaCallback* cb = header->pCallback;
-  MoaError err = acquire(cb, IID_IMoaMmValue, self->scriptValue);
-  if (err) return err;
-  services.scriptValue = self->scriptValue;
-  if ((err = acquire(cb, IID_IMoaAppInfo, self->appInfo))) return err;
-  services.appInfo = self->appInfo;
-
-  char text[65];
-  appInfoText(self->appInfo, kMoaAppInfo_ProductName, text);
-  state.hostIsDirector = support::equalsIgnoringCase(text, "Director");
-
-  if ((err = acquire(cb, IID_IMoaMmUtils2, self->utilityA))) return err;
-  services.utilityA = self->utilityA;
-  if ((err = acquire(cb, IID_IMoaMmUtils, self->lingoValue))) return err;
-  services.lingoValue = self->lingoValue;
-  if (state.hostIsDirector) {
-    if ((err = acquire(cb, IID_IMoaDrPlayer, self->player))) return err;
-    services.player = self->player;
+  // A constructor that fails is not followed by the destructor: what it acquired goes back here.
+  MoaError err = acquireServices(cb, *self);
+  if (err != kMoaErr_NoErr) {
+    scriptShutdown(self);
+    return err;
   }
-  if ((err = acquire(cb, IID_IMoaCalloc, self->calloc))) return err;
-  services.calloc = self->calloc;
-  if ((err = acquire(cb, IID_IMoaMmList, self->list))) return err;
-  services.list = self->list;
-  if ((err = acquire(cb, IID_IMoaHandle, self->utilityB))) return err;
-  services.utilityB = self->utilityB;
-  if (state.hostIsDirector) {
-    if ((err = acquire(cb, IID_IMoaDrMediaValue, self->movie))) return err;
-    services.movie = self->movie;
-  }
-
-  appInfoText(self->appInfo, kMoaAppInfo_RunMode, text);
-  state.hostIsAuthoring = support::equalsIgnoringCase(text, "Author");
-  acquireHostExtensions(cb);
-
-  // The workers' windows and progress handler go through this instance's services.
+  ModuleState& state = moduleState();
+  acquireHostExtensions(cb, *self);
+  state.scriptInstances.push_back(header);
+  serveThrough(header);
+  // The workers' windows and progress handler go through the served instance's services.
   platform::setHostHooks(&frameHooks());
   return kMoaErr_NoErr;
+}
+
+void serveThrough(MoaObjectHeader* header) {
+  ModuleState& state = moduleState();
+  state.scriptInstance = header;
+  if (header == nullptr) {
+    hostServices() = HostServices{};
+    state.hostIsDirector = false;
+    useHostExtensions(nullptr);
+    return;
+  }
+  const TesselScriptFields& self = *scriptFields(header);
+  hostServices() = HostServices{self.scriptValue, self.appInfo, self.utilityA, self.lingoValue,
+                                self.player,      self.calloc,  self.list,     self.utilityB,
+                                self.movie};
+  state.hostIsDirector = self.hostIsDirector;
+  useHostExtensions(&self);
 }
 
 MoaError scriptShutdown(TesselScriptFields* self) {
@@ -94,25 +112,22 @@ MoaError scriptShutdown(TesselScriptFields* self) {
   return kMoaErr_NoErr;
 }
 
-void endSession() {
-  system::restoreKiosk();
-  paths::resetPaths();
-  dialogs::resetMessageBoxes();
-  files::findClose();
-}
+void endSession() { support::session().end(); }
 
 void scriptDestroy(MoaObjectHeader* header) {
-  if (moduleState().scriptInstance == header) {
-    endSession();
-    releaseHostExtensions();
-  }
-  scriptShutdown(scriptFields(header));
   ModuleState& state = moduleState();
-  if (state.scriptInstance == header) {
-    state.scriptInstance = nullptr;
-    hostServices() = HostServices{};
-    platform::setHostHooks(nullptr);
+  std::erase(state.scriptInstances, header);
+  const bool last = state.scriptInstances.empty();
+  TesselScriptFields* self = scriptFields(header);
+  if (last) {
+    // The session ends with the module's last instance, served through it.
+    serveThrough(header);
+    endSession();
   }
+  if (state.scriptInstance == header) serveThrough(last ? nullptr : state.scriptInstances.back());
+  releaseHostExtensions(*self);
+  scriptShutdown(self);
+  if (last) platform::setHostHooks(nullptr);
 }
 
 }  // namespace tessel::xtra

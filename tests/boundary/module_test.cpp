@@ -103,8 +103,9 @@ TEST(Module, ClassFormsForKnownAndUnknownClasses) {
   EXPECT_EQ(create(nullptr), 0);  // the help tool's constructor does nothing and succeeds
 
   ASSERT_EQ(m->getClassForm(&kScriptClass, &size, &create, &destroy), 0);
-  // The header and one pointer for each of the nine services.
-  EXPECT_EQ(size, static_cast<MoaLong>(sizeof(MoaObjectHeader) + 9 * sizeof(void*)));
+  // The header, one pointer for each of the nine services and two host extensions, and the
+  // host-is-Director flag (padded to a pointer).
+  EXPECT_EQ(size, static_cast<MoaLong>(sizeof(MoaObjectHeader) + 12 * sizeof(void*)));
 
   MoaClassID unknown = makeID(1, 2, 3, 4, 5);
   size = -1;

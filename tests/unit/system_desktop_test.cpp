@@ -9,6 +9,7 @@
 #include "platform/sound.h"
 #include "system/display_modes.h"
 #include "system/displays.h"
+#include "support/session.h"
 #include "system/kiosk.h"
 #include "system/sound.h"
 
@@ -331,15 +332,15 @@ TEST(Kiosk, HideLevelsSwitchingAndRestore) {
   EXPECT_EQ(disableSwitching(0), 0);
   EXPECT_EQ(fake->holds, (std::vector<bool>{true, false}));
 
-  // Unloading puts back only what is still changed.
+  // The session's end puts back only what is still changed.
   fake->layers.clear();
   fake->holds.clear();
-  restoreKiosk();
+  support::session().end();  // the session ends
   EXPECT_TRUE(fake->layers.empty());
   EXPECT_TRUE(fake->holds.empty());
   hideTaskBar(2);
   disableSwitching(1);
-  restoreKiosk();
+  support::session().end();  // the session ends
   EXPECT_EQ(fake->layers.back(), L::Normal);
   EXPECT_EQ(fake->holds.back(), false);
 

@@ -246,6 +246,11 @@ TEST_F(Launching, ShellCommandsAndTheirSeparateFolderChange) {
   fs::path colon = dir_.path() / "a:b";
   EXPECT_EQ(shell("terminal", "/bin/echo 12:30 > '" + colon.string() + "'", "", ""), 33);
   EXPECT_EQ(slurp(colon), "12:30\n");
+  // The command line is cut to its 2,048-byte buffer.
+  fs::path cut = dir_.path() / "cut";
+  const std::string head = ">'" + cut.string() + "' echo ";
+  EXPECT_EQ(shell("terminal", head + std::string(3000, 'x'), "", ""), 33);
+  EXPECT_EQ(slurp(cut), std::string(2047 - head.size(), 'x') + "\n");
 
   // The change of folder has no effect on the command, and a folder name is never a command.
   fs::create_directories(dir_.path() / "sub");

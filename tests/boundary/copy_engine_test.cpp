@@ -211,6 +211,58 @@ TEST_F(CopyEngine, ProgressHandlerHearsEveryFileAtItsStart) {
   EXPECT_EQ(heard, (Heard{{0, "small.txt"}, {16, "small.txt"}, {16, "deep.txt"}, {100, "deep.txt"}}));
 }
 
+// The progress copies without a window (flags 8): the handler's answers, a missing handler or
+// movie, and the folder copies' own answers before their walk.
+TEST_F(CopyEngine, ProgressCopiesFollowTheirHandler) {
+  const std::string big = make("big.bin", std::string(4 * 64512 + 100, 'x')).string();
+  auto copyP = [&](const std::string& to) {
+    return integer("tsCopyFileProgress", {Value(big), Value(at(to)), Value(""), Value("T"),
+                                          Value("B"), Value(24)});
+  };
+  // (What the handler hears is ProgressHandlerHearsEveryFileAtItsStart.)
+  // A handler that answers 1 to the first block cancels there; the partial copy stays.
+  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>& args) {
+    return Value(args[0].integer() > 0 ? 1 : 0);
+  };
+  EXPECT_EQ(copyP("b.bin"), 9);
+  EXPECT_EQ(fs::file_size(at("b.bin")), 64512u);
+  // A movie without the handler is no error; no movie at all cancels.
+  movie_.handlers.erase("tsCopyProgressUpdate");
+  EXPECT_EQ(copyP("d.bin"), 0);
+  host_->setMovie(nullptr);
+  EXPECT_EQ(copyP("e.bin"), 9);
+  host_->setMovie(&movie_);
+
+  make("tree/a.txt", std::string(70000, 'a'));
+  make("tree/one/b.txt", std::string(70000, 'b'));
+  make("tree/two/c.txt", std::string(70000, 'c'));
+  folder("out");
+  auto xcopyP = [&](const std::string& from, const std::string& to, const char* spec, int flags) {
+    return integer("tsXCopyProgress", {Value(at(from)), Value(at(to)), Value(spec), Value(""),
+                                       Value(1), Value("T"), Value("B"), Value(flags)});
+  };
+  auto copyXP = [&](const char* spec) {
+    return integer("tsCopyXFilesProgress", {Value(at("tree")), Value(at("out")), Value(spec),
+                                            Value(""), Value("T"), Value("B"), Value(8)});
+  };
+  // Nothing matches: 8 from both; a source that cannot be listed: 1.
+  EXPECT_EQ(copyXP(".none"), 8);
+  EXPECT_EQ(xcopyP("tree", "out", ".none", 8), 8);
+  EXPECT_EQ(xcopyP("missing", "out", "*.*", 8), 1);
+  // Flat: only the folder's own files.
+  EXPECT_EQ(copyXP(".txt"), 0);
+  EXPECT_EQ(tree("out"), (Strings{"a.txt"}));
+  // The tree, with its folders made; then a handler that cancels in the first file stops it all.
+  EXPECT_EQ(xcopyP("tree", "out/all", "*.*", 8), 0);
+  EXPECT_EQ(read("out/all/two/c.txt"), std::string(70000, 'c'));
+  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) { return Value(1); };
+  EXPECT_EQ(xcopyP("tree", "out/cut", "*.*", 24), 9);
+  EXPECT_FALSE(exists("out/cut/one/b.txt"));
+  EXPECT_FALSE(exists("out/cut/two/c.txt"));
+  host::HostCounters c = host_->counters();
+  EXPECT_EQ(c.resourcesBegun + c.modalDialogsBegun, 0);  // no window was shown
+}
+
 TEST_F(CopyEngine, CreateRenameAndDelete) {
   EXPECT_EQ(integer("tsCreateFolder", {Value(at("a/b/c"))}), 1);
   EXPECT_EQ(integer("tsCreateFolder", {Value(hfs("a:b:c:"))}), 1);  // already there

@@ -1,6 +1,5 @@
 // File queries and attributes through the host, on real temporary files: existence, sizes with
 // resource forks, versions, bundles, Finder attributes, type and creator, permissions.
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -86,7 +85,6 @@ class FileQueries : public XtraTest {
  protected:
   void TearDown() override {
     // Locked leftovers must not keep the temporary folder alive.
-    ::umount2((dir_.path() / "ram").c_str(), MNT_DETACH);
     std::error_code ec;
     for (auto& entry : fs::recursive_directory_iterator(dir_.path(), ec))
       call("tsSetFileAttributes", {Value(entry.path().string()), Value("-r")});
@@ -149,12 +147,6 @@ TEST_F(FileQueries, VersionsFromVersResourcesAndBundles) {
   writeCompanion(other, resourceFork(0x76657273, 2, versResource("9.9")));
   EXPECT_EQ(text("tsFileVersion", {Value(s(other))}), "");
   EXPECT_EQ(text("tsFileVersion", {Value(s(dir_.file("plain", "x")))}), "");
-  // A damaged fork is no version either.
-  fs::path damaged = dir_.file("Damaged.bin", "x");
-  std::string fork = resourceFork(0x76657273, 1, versResource("1.0"));
-  fork[13] = 0x7F;  // a map length running far past the fork
-  writeCompanion(damaged, fork);
-  EXPECT_EQ(text("tsFileVersion", {Value(s(damaged))}), "");
 
   fs::path both = bundle("Both.app", {{"CFBundleShortVersionString", "2.5"},
                                       {"CFBundleVersion", "250"}});
@@ -336,23 +328,6 @@ TEST_F(FileQueries, PermissionsByClass) {
   EXPECT_EQ(integer("tsSetFilePermissions", {Value(s(dir_.path() / "missing")), Value("u"),
                                              Value("r")}),
             0);
-}
-
-// ramfs keeps no user extended attributes: files there answer as files without Finder
-// information and the setters fail.
-TEST_F(FileQueries, FilesystemWithoutExtendedAttributes) {
-  fs::path mountPoint = dir_.path() / "ram";
-  fs::create_directory(mountPoint);
-  if (::geteuid() != 0 || ::mount("none", mountPoint.c_str(), "ramfs", 0, nullptr) != 0)
-    GTEST_SKIP() << "mounting ramfs needs root";
-  std::string f = s(mountPoint / "f");
-  std::ofstream(f) << "data";
-  EXPECT_EQ(text("tsFileType", {Value(f)}), "");
-  EXPECT_EQ(text("tsFileAttributes", {Value(f)}), "");
-  EXPECT_EQ(integer("tsSetFileInfo", {Value(f), Value("TEXT"), Value("ttxt")}), 0);
-  EXPECT_EQ(integer("tsSetFileAttributes", {Value(f), Value("h")}), 0);
-  EXPECT_EQ(integer("tsFileSize", {Value(f)}), 4);
-  ::umount2(mountPoint.c_str(), MNT_DETACH);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Every method of the table can be called with its declared arguments, and bad calls end as
 // errors or failure values, never as crashes.
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 
@@ -40,6 +42,10 @@ class AllMethods : public XtraTest {
 };
 
 TEST_F(AllMethods, EveryMethodAnswersWithItsDeclaredArguments) {
+  // The registered text is the header and the method table, character for character.
+  std::ifstream table(TESSEL_SOURCE_DIR "/xtra/methods.txt", std::ios::binary);
+  EXPECT_EQ(*host_->messageTable("Tessel"),
+            "xtra Tessel\n" + std::string(std::istreambuf_iterator<char>(table), {}));
   std::vector<std::string> names = methodNames();
   ASSERT_EQ(names.size(), 101u);
   // Results that do not depend on the machine, for empty and zero arguments.
@@ -113,6 +119,23 @@ TEST_F(AllMethods, WrongTypesInEveryPositionAreRefusedByTheHost) {
     }
   }
   EXPECT_EQ(host_->liveValues(), 0u);
+}
+
+TEST_F(AllMethods, SelectorsOutsideTheTableSucceedWithVoid) {
+  for (int32_t selector : {0, -1, -100, 102, 1000}) {
+    Value result = Value(int32_t{77});
+    EXPECT_EQ(host_->callSelector("Tessel", selector, {}, result), moa::kMoaErr_NoErr)
+        << selector;
+    EXPECT_TRUE(result.isVoid()) << selector;
+  }
+}
+
+TEST_F(AllMethods, ReturnUnixNamesKeepsOnlyTheLowEightBits) {
+  for (auto [on, expectUnix] : {std::pair{1, true}, {256, false}, {257, true}, {0, false}}) {
+    EXPECT_TRUE(call("tsReturnUnixNames", {Value(int32_t(on))}).isVoid());
+    std::string boot = text("tsSysFolder", {Value("boot")});
+    EXPECT_EQ(boot == "/", expectUnix) << on << " gave " << boot;
+  }
 }
 
 TEST_F(AllMethods, ListResultsAreListsOfStringsEvenWhenEmpty) {

@@ -207,20 +207,33 @@ TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
 }
 
 TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
-  // Numbers only: letters and spaces are swallowed.
-  Value v = answer("tsPrompt", {"Number", "How many?", "", 1, -1, 0}, [&](unsigned long) {
-    EXPECT_EQ(suggested(shown()), std::vector<std::string>{"OK"});
-    screenshot("prompt-numbers");
-    typeText("a1 b2");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "12");
-
-  v = answer("tsPrompt", {"Word", "No spaces", "", 4, 10, 10}, [&](unsigned long) {
-    typeText("a b c");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "abc");
+  // Rows: the prompt's arguments, what is typed, the keys pressed one after another, the answer.
+  // Numbers only (1) and no spaces (4) swallow what they refuse; Ctrl+X cuts the selected default
+  // text, Ctrl+V pastes it even into a numbers-only field, Ctrl+C copies.
+  struct Row {
+    std::vector<Value> args;
+    std::string typed;
+    std::vector<const char*> keys;
+    const char* answer;
+  };
+  const Row rows[] = {
+      {{"Number", "How many?", "", 1, -1, 0}, "a1 b2", {"Return"}, "12"},
+      {{"Word", "No spaces", "", 4, 10, 10}, "a b c", {"Return"}, "abc"},
+      {{"", "", "letters", 0, -1, 0}, "", {"ctrl+x", "Return"}, ""},
+      {{"", "", "", 1, -1, 0}, "", {"ctrl+v", "Return"}, "letters"},
+      {{"", "", "copied", 0, -1, 0}, "", {"ctrl+c", "Escape"}, ""},
+      {{"", "", "", 0, -1, 0}, "", {"ctrl+v", "Return"}, "copied"},
+  };
+  Value v;
+  for (const Row& row : rows) {
+    v = answer("tsPrompt", row.args, [&](unsigned long) {
+      EXPECT_EQ(suggested(shown()), std::vector<std::string>{"OK"});
+      if (row.typed == "a1 b2") screenshot("prompt-numbers");
+      if (!row.typed.empty()) typeText(row.typed);
+      for (const char* key : row.keys) keys(key);
+    });
+    EXPECT_EQ(v.string(), row.answer) << row.typed << " " << row.keys[0];
+  }
 
   // Password: masked with bullets, the real text comes back.
   v = answer("tsPrompt", {"Secret", "Password", "abcd", 2, -1, 0}, [&](unsigned long) {
@@ -271,26 +284,6 @@ TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
     for (const auto& press : seen) EXPECT_GE(press.heldMs, 125) << press.label;
   }
 
-  // Ctrl+X cuts the selected default text; Ctrl+V pastes it even into a numbers-only field.
-  v = answer("tsPrompt", {"", "", "letters", 0, -1, 0}, [&](unsigned long) {
-    keys("ctrl+x");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "");
-  v = answer("tsPrompt", {"", "", "", 1, -1, 0}, [&](unsigned long) {
-    keys("ctrl+v");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "letters");
-  v = answer("tsPrompt", {"", "", "copied", 0, -1, 0}, [&](unsigned long) {
-    keys("ctrl+c");
-    keys("Escape");
-  });
-  v = answer("tsPrompt", {"", "", "", 0, -1, 0}, [&](unsigned long) {
-    keys("ctrl+v");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "copied");
   expectBrackets(10);
 }
 

@@ -50,7 +50,7 @@ TEST_F(ConversionsTest, SeparatorsFollowThePathStyle) {
 
 // Each row: a conversion, its input and its answer. In both, "{S}" is the scratch folder (on the
 // start-up volume "Startup"), "{H}" the same folder in HFS style and "{U}" the mount point of the
-// volume "USB".
+// volume "USB". (Long only for its rows: one table reads better than a test per conversion.)
 TEST_F(ConversionsTest, ConversionsAsRows) {
   scratch.file("f.txt");
   enum Fn { Hfs, Unix, Native, Long, LongFile, Short, ShortPath };

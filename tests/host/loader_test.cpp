@@ -339,17 +339,4 @@ TEST_F(HostWithXtra, UnloadWaitsForTheModuleToAllowIt) {
   EXPECT_EQ(services(host).calloc.liveBlocks(), 0u);
 }
 
-TEST(HostProducts, NonDirectorHostGetsNoPlayer) {
-  Host host({.productName = "Authorware"});
-  ASSERT_EQ(host.loadXtras(HOST_TEST_XTRAS_DIR), 1);
-  Value r;
-  EXPECT_EQ(host.callMethod("htCallMovie", {Value("double"), Value(1)}, r), 0);
-  EXPECT_EQ(r.integer(), -1);  // the Xtra saw no player service
-  EXPECT_EQ(host.callMethod("htAppInfo", {Value(kMoaAppInfo_ProductName)}, r), 0);
-  EXPECT_EQ(r.string(), "Authorware");
-  EXPECT_EQ(host.serviceReferences(), 4u);
-  EXPECT_TRUE(host.unloadAll());
-  EXPECT_EQ(host.serviceReferences(), 0u);
-}
-
 }  // namespace

@@ -7,13 +7,13 @@ put the last char of the moviePath, the moviePath contains "scripts"
 put the last char of the applicationPath
 put the maxInteger, the floatPrecision
 -- The clocks: the ticks run at 60 a second beside the milliseconds; startTimer sets the timer to 0.
+startTimer
 m0 = the milliseconds
 t0 = the ticks
-startTimer
-repeat while the milliseconds - m0 < 250
+repeat while the milliseconds - m0 < 300
   n = m0
 end repeat
-put the ticks - t0 >= 15 and the ticks - t0 < 60, the timer >= 15
+put the ticks - t0 >= 15 and the ticks - t0 < 180, the timer >= 15
 startTimer
 put the timer < 15, the environment.platform = the platform, the environment.runMode
 -- The date and time properties agree with one another and with the systemDate.

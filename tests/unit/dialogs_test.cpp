@@ -17,37 +17,8 @@ using platform::DialogIcon;
 using platform::EntryKeyAction;
 using testing::FakeDialogSession;
 
-TEST(MessageBoxes, ButtonSetsCaptionsAndTheNamesTheyAnswer) {
-  FakeDialogSession desktop;
-  dialogs::msgBoxButtons("", "", "", "", "", "", "");
-  struct Case {
-    const char* buttons;
-    std::vector<std::string> shown;
-    int32_t cancel;
-    int32_t press;
-    const char* answer;
-  };
-  const Case cases[] = {
-      {"okcancel", {"OK", "Cancel"}, 2, 2, "Cancel"},
-      {"YESNO", {"Yes", "No"}, 0, 1, "Yes"},
-      {"YesNoCancel", {"Yes", "No", "Cancel"}, 3, 3, "Cancel"},
-      {"AbortRetryIgnore", {"Abort", "Retry", "Ignore"}, 0, 2, "Retry"},
-      {"RetryCancel", {"Retry", "Cancel"}, 2, 1, "Retry"},
-      {"OK", {"OK"}, 0, 1, "OK"},
-  };
-  for (const Case& c : cases) {
-    desktop.ui->alertAnswers.push_back(c.press);
-    EXPECT_EQ(dialogs::msgBox("m", "", c.buttons, "", 0), c.answer) << c.buttons;
-    EXPECT_EQ(desktop.ui->alerts.back().buttons, c.shown) << c.buttons;
-    EXPECT_EQ(desktop.ui->alerts.back().cancelButton, c.cancel) << c.buttons;
-    EXPECT_EQ(desktop.ui->alerts.back().returnButton, 1) << c.buttons;
-  }
-  // Every box took one bracket, closed before the call returned.
-  EXPECT_EQ(desktop.hooks.begun, 6);
-  EXPECT_EQ(desktop.hooks.ended, 6);
-  EXPECT_EQ(desktop.hooks.deepest, 1);
-}
-
+// (Each button set's captions, close button and answers are rows of
+// Dialogs.MessageBoxButtonSetsDefaultsAndKeys, on the real desktop.)
 TEST(MessageBoxes, NamesCarryOverAndReturnGoesToTheDefaultNumber) {
   FakeDialogSession desktop;
   desktop.ui->alertAnswers = {1, 1, 2, 4};

@@ -1,5 +1,6 @@
 # Runs one Lingo test script with the message window and compares its output with NAME.out
-# (lines of NAME.out may contain "*" as a wildcard for the rest of the line).
+# (lines of NAME.out may contain "*" as a wildcard for the rest of the line), or, given
+# INTERFACE_OF, with the method table that file holds.
 get_filename_component(_dir ${SCRIPT} DIRECTORY)
 get_filename_component(_name ${SCRIPT} NAME_WE)
 execute_process(COMMAND ${RUNNER} ${SCRIPT}
@@ -8,7 +9,13 @@ execute_process(COMMAND ${RUNNER} ${SCRIPT}
 if(NOT _rc EQUAL 0)
   message(FATAL_ERROR "${SCRIPT} exited with ${_rc}\nstdout:\n${_out}\nstderr:\n${_err}")
 endif()
-file(READ ${_dir}/${_name}.out _expected)
+if(DEFINED INTERFACE_OF)
+  # `put interface(xtra ...)`: the module's method table, shown as a quoted string.
+  file(READ ${INTERFACE_OF} _table)
+  set(_expected "-- \"xtra Tessel\n${_table}\"")
+else()
+  file(READ ${_dir}/${_name}.out _expected)
+endif()
 string(REPLACE "\r" "" _out "${_out}")
 string(REGEX REPLACE "\n$" "" _out "${_out}")
 string(REGEX REPLACE "\n$" "" _expected "${_expected}")

@@ -26,6 +26,7 @@ namespace tessel::xtra {
 
 // Buffer sizes, in bytes of text (each buffer has room for its terminator beyond these).
 inline constexpr size_t kPathLen = 1024;
+inline constexpr size_t kCommandLineLen = 2047;  // tsShell's command lines
 inline constexpr size_t kShortLen = 255;
 inline constexpr size_t kKeywordLen = 64;
 inline constexpr size_t kLongKeywordLen = 80;

@@ -390,11 +390,12 @@ MoaError T::tsShell(PMoaMmCallInfo info) {
     std::string operation, file, args, workDir, state;
     if (MoaError err = call.text(1, operation)) return err;
     // "terminal" and "system" run FileName as a command line, which is no path: its ":" and a
-    // leading "@" stay as written. Every other operation opens FileName as a path.
-    if (MoaError err = call.text(2, file, kPathLen)) return err;
-    if (!support::equalsIgnoringCase(operation, "terminal") &&
-        !support::equalsIgnoringCase(operation, "system"))
-      file = applyPathRule(file);
+    // leading "@" stay as written, and it may be longer than a path. Every other operation opens
+    // FileName as a path.
+    const bool command = support::equalsIgnoringCase(operation, "terminal") ||
+                         support::equalsIgnoringCase(operation, "system");
+    if (MoaError err = call.text(2, file, command ? kCommandLineLen : kPathLen)) return err;
+    if (!command) file = applyPathRule(file);
     if (MoaError err = call.text(3, args, kPathLen)) return err;
     if (MoaError err = call.path(4, workDir)) return err;
     if (MoaError err = call.text(5, state)) return err;

@@ -23,6 +23,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <utility>
@@ -362,6 +364,27 @@ TEST_F(AllMethods, WrongKindsAndMissingArgumentsAreRefusedAtTheirPlace) {
     }
   }
   EXPECT_EQ(host_->outstandingStringBorrows(), 0u);
+}
+
+TEST_F(AllMethods, TheRegisteredTextIsTheTableAndOtherSelectorsAnswerVoid) {
+  // The registered text is the header and the method table, character for character.
+  std::ifstream table(TESSEL_SOURCE_DIR "/xtra/methods.txt", std::ios::binary);
+  EXPECT_EQ(*host_->messageTable("Tessel"),
+            "xtra Tessel\n" + std::string(std::istreambuf_iterator<char>(table), {}));
+  for (int32_t selector : {0, -1, -100, 102, 1000}) {
+    Value result = Value(int32_t{77});
+    EXPECT_EQ(host_->callSelector("Tessel", selector, {}, result), moa::kMoaErr_NoErr)
+        << selector;
+    EXPECT_TRUE(result.isVoid()) << selector;
+  }
+}
+
+TEST_F(AllMethods, ReturnUnixNamesKeepsOnlyTheLowEightBits) {
+  for (auto [on, expectUnix] : {std::pair{1, true}, {256, false}, {257, true}, {0, false}}) {
+    EXPECT_TRUE(call("tsReturnUnixNames", {Value(int32_t(on))}).isVoid());
+    std::string boot = text("tsSysFolder", {Value("boot")});
+    EXPECT_EQ(boot == "/", expectUnix) << on << " gave " << boot;
+  }
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include "tests/boundary/boundary_support.h"
 
+#include <grp.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -20,6 +22,39 @@ bool silenceSessionBus(const std::filesystem::path& folder) {
                    ::listen(listener, 16) == 0;
   setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + bus.string()).c_str(), 1);
   return listening;  // the listener stays open for the rest of the process
+}
+
+std::string asUnprivilegedUser(const std::filesystem::path& folder,
+                               const std::function<std::string()>& work) {
+  constexpr uid_t kNobody = 65534;
+  if (::geteuid() == 0) {
+    std::error_code ec;
+    if (::chown(folder.c_str(), kNobody, kNobody) != 0) return "chown " + folder.string();
+    for (const auto& e : std::filesystem::recursive_directory_iterator(folder, ec))
+      if (::lchown(e.path().c_str(), kNobody, kNobody) != 0) return "chown " + e.path().string();
+  }
+  int pipes[2];
+  if (::pipe(pipes) != 0) return "pipe";
+  pid_t child = ::fork();
+  if (child < 0) return "fork";
+  if (child == 0) {
+    ::close(pipes[0]);
+    std::string answer = "could not become nobody";
+    if (::geteuid() != 0 ||
+        (::setgroups(0, nullptr) == 0 && ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0))
+      answer = work();
+    (void)!::write(pipes[1], answer.data(), answer.size());
+    ::_exit(0);
+  }
+  ::close(pipes[1]);
+  std::string answer;
+  char buffer[512];
+  for (ssize_t n; (n = ::read(pipes[0], buffer, sizeof buffer)) > 0;)
+    answer.append(buffer, static_cast<size_t>(n));
+  ::close(pipes[0]);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return answer;
 }
 
 moa::MoaError TestMovie::callHandler(const std::string& name,

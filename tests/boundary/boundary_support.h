@@ -64,6 +64,12 @@ class XtraTest : public ::testing::Test {
 // answers: a session bus gone silent. False when the socket could not be made.
 bool silenceSessionBus(const std::filesystem::path& folder);
 
+// Runs `work` in a child process that has first become the unprivileged user "nobody" when the
+// test runs as root (CI does, and root reads and writes every file), with `folder` and all in it
+// given to that user. Answers what `work` answered ("" for success), or why it could not run.
+std::string asUnprivilegedUser(const std::filesystem::path& folder,
+                               const std::function<std::string()>& work);
+
 // The start-up volume's name as the module reports it ("Name:" in HFS style).
 std::string startupVolumeName(host::Host& host);
 

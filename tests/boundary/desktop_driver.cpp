@@ -2,6 +2,10 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -262,6 +266,35 @@ host::Value withWindow(const std::function<host::Value()>& call,
   host::Value result = call();
   driver.join();
   return result;
+}
+
+StderrCapture::StderrCapture() {
+  char name[] = "/tmp/tessel-stderr-XXXXXX";
+  int fd = ::mkstemp(name);
+  file_ = name;
+  std::fflush(stderr);
+  saved_ = ::dup(2);
+  ::dup2(fd, 2);
+  ::close(fd);
+}
+
+StderrCapture::~StderrCapture() {
+  restore();
+  ::unlink(file_.c_str());
+}
+
+std::string StderrCapture::text() {
+  restore();
+  std::ifstream in(file_);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void StderrCapture::restore() {
+  if (saved_ < 0) return;
+  std::fflush(stderr);
+  ::dup2(saved_, 2);
+  ::close(saved_);
+  saved_ = -1;
 }
 
 }  // namespace tessel::testing

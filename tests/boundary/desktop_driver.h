@@ -74,6 +74,19 @@ class ButtonPresses {
 // A PNG of the whole screen in the build's test-artifacts folder; prints its path.
 void screenshot(const std::string& name);
 
+// Standard error of this process, caught in a file from construction until `text` is read.
+class StderrCapture {
+ public:
+  StderrCapture();
+  ~StderrCapture();
+  std::string text();
+
+ private:
+  void restore();
+  std::string file_;
+  int saved_;
+};
+
 // Calls `call` on this thread while `actions` drive the window from another one.
 host::Value withWindow(const std::function<host::Value()>& call,
                        const std::function<void()>& actions);

@@ -1,6 +1,5 @@
 // The dialogs as a movie meets them: real GTK windows in the host's process, driven with
 // xdotool under a window manager, with screenshots of each kind kept as test artefacts.
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -108,43 +107,39 @@ TEST_F(Dialogs, MessageBoxButtonSetsDefaultsAndKeys) {
   EXPECT_EQ(v.string(), "Yes");
   call("tsMsgBoxButtons", {"", "", "", "", "", "", ""});
 
-  // "OK" with DefButton 2: Return answers the second name, still "No" from YesNo. A one-word
-  // plain alert is still a box of a dialog's width.
-  v = answer("tsMsgBox", {"Done.", "", "OK", "", 2}, [&](unsigned long w) {
-    EXPECT_EQ(labels(shown()), std::vector<std::string>{"OK"});
-    EXPECT_GE(geometryOf(w).width, 320);
-    screenshot("msgbox-ok-plain");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "No");
-
-  v = answer("tsMsgBox", {"Really stop?", "Stop", "OKCancel", "stop", 1}, [&](unsigned long w) {
-    EXPECT_TRUE(offersCloseButton(w, shown()));
-    screenshot("msgbox-okcancel-stop");
-    keys("Escape");
-  });
-  EXPECT_EQ(v.string(), "Cancel");
-
-  // The window manager's close button presses Cancel.
-  v = answer("tsMsgBox", {"Save changes?", "Careful", "YesNoCancel", "Caution", 1},
-             [&](unsigned long) {
-               SeenWindow seen = shown();
-               EXPECT_EQ(labels(seen), (std::vector<std::string>{"Cancel", "No", "Yes"}));
-               EXPECT_EQ(suggested(seen), std::vector<std::string>{"Yes"});
-               screenshot("msgbox-yesnocancel-caution");
-               keys("alt+F4");
-             });
-  EXPECT_EQ(v.string(), "Cancel");
-
-  // Enter on the keypad goes to the default, whichever button has the focus.
-  v = answer("tsMsgBox", {"Disk error", "", "AbortRetryIgnore", "", 3}, [&](unsigned long) {
-    keys("Tab KP_Enter");
-  });
-  EXPECT_EQ(v.string(), "Ignore");
-  v = answer("tsMsgBox", {"Again?", "", "RetryCancel", "", 0}, [&](unsigned long) {
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "Retry");
+  // Each set's captions from the right, a close button only with a Cancel button; the keys
+  // answer as Return, Escape, the close button or keypad Enter would.
+  struct Row {
+    std::vector<Value> args;
+    std::vector<std::string> labels;
+    const char* keys;
+    const char* answer;
+  };
+  const Row rows[] = {
+      // "OK" with DefButton 2: Return answers the second name, still "No" from YesNo.
+      {{"Done.", "", "OK", "", 2}, {"OK"}, "Return", "No"},
+      {{"Really stop?", "Stop", "OKCancel", "stop", 1}, {"Cancel", "OK"}, "Escape", "Cancel"},
+      {{"Save changes?", "Careful", "YesNoCancel", "Caution", 1}, {"Cancel", "No", "Yes"},
+       "alt+F4", "Cancel"},
+      // Enter on the keypad goes to the default, whichever button has the focus.
+      {{"Disk error", "", "AbortRetryIgnore", "", 3}, {"Ignore", "Retry", "Abort"},
+       "Tab KP_Enter", "Ignore"},
+      {{"Again?", "", "RetryCancel", "", 0}, {"Cancel", "Retry"}, "Return", "Retry"},
+  };
+  for (const Row& row : rows) {
+    const std::string set = row.args[2].string();
+    v = answer("tsMsgBox", row.args, [&](unsigned long w) {
+      SeenWindow seen = shown();
+      EXPECT_EQ(labels(seen), row.labels) << set;
+      EXPECT_EQ(offersCloseButton(w, seen),
+                std::find(row.labels.begin(), row.labels.end(), "Cancel") != row.labels.end())
+          << set;
+      EXPECT_GE(geometryOf(w).width, 320) << set;  // a one-word alert is still a dialog's width
+      screenshot("msgbox-" + set);
+      keys(row.keys);
+    });
+    EXPECT_EQ(v.string(), row.answer) << set;
+  }
   expectBrackets(6);
 }
 
@@ -211,21 +206,34 @@ TEST_F(Dialogs, CustomBoxGeometryAndKeys) {
   expectBrackets(3);
 }
 
-TEST_F(Dialogs, PromptFlags) {
-  // Numbers only: letters and spaces are swallowed.
-  Value v = answer("tsPrompt", {"Number", "How many?", "", 1, -1, 0}, [&](unsigned long) {
-    EXPECT_EQ(suggested(shown()), std::vector<std::string>{"OK"});
-    screenshot("prompt-numbers");
-    typeText("a1 b2");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "12");
-
-  v = answer("tsPrompt", {"Word", "No spaces", "", 4, 10, 10}, [&](unsigned long) {
-    typeText("a b c");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "abc");
+TEST_F(Dialogs, PromptFlagsAndClipboardKeys) {
+  // Rows: the prompt's arguments, what is typed, the keys pressed one after another, the answer.
+  // Numbers only (1) and no spaces (4) swallow what they refuse; Ctrl+X cuts the selected default
+  // text, Ctrl+V pastes it even into a numbers-only field, Ctrl+C copies.
+  struct Row {
+    std::vector<Value> args;
+    std::string typed;
+    std::vector<const char*> keys;
+    const char* answer;
+  };
+  const Row rows[] = {
+      {{"Number", "How many?", "", 1, -1, 0}, "a1 b2", {"Return"}, "12"},
+      {{"Word", "No spaces", "", 4, 10, 10}, "a b c", {"Return"}, "abc"},
+      {{"", "", "letters", 0, -1, 0}, "", {"ctrl+x", "Return"}, ""},
+      {{"", "", "", 1, -1, 0}, "", {"ctrl+v", "Return"}, "letters"},
+      {{"", "", "copied", 0, -1, 0}, "", {"ctrl+c", "Escape"}, ""},
+      {{"", "", "", 0, -1, 0}, "", {"ctrl+v", "Return"}, "copied"},
+  };
+  Value v;
+  for (const Row& row : rows) {
+    v = answer("tsPrompt", row.args, [&](unsigned long) {
+      EXPECT_EQ(suggested(shown()), std::vector<std::string>{"OK"});
+      if (row.typed == "a1 b2") screenshot("prompt-numbers");
+      if (!row.typed.empty()) typeText(row.typed);
+      for (const char* key : row.keys) keys(key);
+    });
+    EXPECT_EQ(v.string(), row.answer) << row.typed << " " << row.keys[0];
+  }
 
   // Password: masked with bullets, the real text comes back.
   v = answer("tsPrompt", {"Secret", "Password", "abcd", 2, -1, 0}, [&](unsigned long) {
@@ -276,31 +284,7 @@ TEST_F(Dialogs, PromptFlags) {
     for (const auto& press : seen) EXPECT_GE(press.heldMs, 125) << press.label;
   }
 
-  expectBrackets(6);
-}
-
-// Ctrl+X cuts the selected default text; Ctrl+V pastes it even into a numbers-only field.
-TEST_F(Dialogs, PromptClipboardKeys) {
-  Value v = answer("tsPrompt", {"", "", "letters", 0, -1, 0}, [&](unsigned long) {
-    keys("ctrl+x");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "");
-  v = answer("tsPrompt", {"", "", "", 1, -1, 0}, [&](unsigned long) {
-    keys("ctrl+v");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "letters");
-  v = answer("tsPrompt", {"", "", "copied", 0, -1, 0}, [&](unsigned long) {
-    keys("ctrl+c");
-    keys("Escape");
-  });
-  v = answer("tsPrompt", {"", "", "", 0, -1, 0}, [&](unsigned long) {
-    keys("ctrl+v");
-    keys("Return");
-  });
-  EXPECT_EQ(v.string(), "copied");
-  expectBrackets(4);
+  expectBrackets(10);
 }
 
 TEST_F(Dialogs, LogInAnswersNameAndPassword) {
@@ -400,61 +384,24 @@ TEST_F(Dialogs, ListChoosersAnswerInTheCurrentStyle) {
   });
   EXPECT_EQ(v.string(), "/");
 
-  // The file list: OK works only while a row is selected (none while the listing is not built).
-  const bool listed = !call("tsFileList", {folder, "*.*"}).listPtr()->items.empty();
+  // The file list preselects the named file; Return takes it.
   v = answer("tsGetFiles", {folder, "*.*", "b.rtf", "Files", "Pick one", 0, -1, 0},
-             [&](unsigned long w) {
+             [&](unsigned long) {
                screenshot("getfiles");
                keys("Return");
-               if (!listed) {
-                 std::this_thread::sleep_for(std::chrono::milliseconds(200));
-                 EXPECT_TRUE(windowViewable(w));
-                 keys("Escape");
-               }
              });
-  EXPECT_EQ(v.string(), listed ? folder + "b.rtf" : "");
+  EXPECT_EQ(v.string(), folder + "b.rtf");
   // The answer is in the current style, whatever style Folder came in.
   unixNames(false);
   v = answer("tsGetFiles", {folder, "*.*", "b.rtf", "", "", 0, -1, 0},
-             [&](unsigned long) { keys(listed ? "Return" : "Escape"); });
-  EXPECT_EQ(v.string(), listed ? text("tsHFSName", {folder + "b.rtf"}) : "");
-  EXPECT_NE(v.string().find(':'), std::string::npos);
+             [&](unsigned long) { keys("Return"); });
+  EXPECT_EQ(v.string(), text("tsHFSName", {folder + "b.rtf"}));
   unixNames(true);
   expectBrackets(3);
 }
 
 TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
   TempDir dir;
-  const std::string source = dir.file("big.bin", std::string(4 * 64512 + 100, 'x')).string();
-  if (integer("tsCopyFile", {source, dir.str() + "/probe.bin", ""}) != 0)
-    GTEST_SKIP() << "the copy engine cannot copy yet";
-
-  std::vector<std::pair<int32_t, std::string>> heard;
-  movie_.handlers["tsCopyProgressUpdate"] = [&](const std::vector<Value>& args) {
-    heard.emplace_back(args[0].integer(), args[1].string());
-    return Value();
-  };
-  // Flags 8 + 16: no window; the file's start, then every distinct non-zero percentage once.
-  EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/a.bin", "", "T", "B", 24}), 0);
-  ASSERT_FALSE(heard.empty());
-  EXPECT_EQ(heard.back().first, 100);
-  for (size_t i = 1; i < heard.size(); ++i) EXPECT_NE(heard[i].first, heard[i - 1].first);
-  EXPECT_EQ(heard.front().second, "big.bin");
-  expectBrackets(0);
-
-  // A handler that answers 1 to the first block cancels there; the partial copy stays.
-  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>& args) {
-    return Value(args[0].integer() > 0 ? 1 : 0);
-  };
-  EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/b.bin", "", "T", "B", 24}), 9);
-  EXPECT_EQ(std::filesystem::file_size(dir.str() + "/b.bin"), 64512u);
-  // A movie without the handler is no error; no movie at all cancels.
-  movie_.handlers.erase("tsCopyProgressUpdate");
-  EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/d.bin", "", "T", "B", 24}), 0);
-  host_->setMovie(nullptr);
-  EXPECT_EQ(integer("tsCopyFileProgress", {source, dir.str() + "/e.bin", "", "T", "B", 24}), 9);
-  host_->setMovie(&movie_);
-
   // The window's Escape cancels. A handler that takes its time (100 percent steps of 30 ms) keeps
   // the copy going long enough for the key to arrive on a fast disk.
   movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) {
@@ -465,6 +412,7 @@ TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
   ButtonPresses presses;
   Value v = answer("tsCopyFileProgress", {huge, dir.str() + "/c.bin", "", "Copying", "Stop", 16},
                    [&](unsigned long) {
+                     EXPECT_EQ(shown().title, "Copying");
                      screenshot("progress-copy");
                      keys("Escape");
                    });
@@ -489,63 +437,6 @@ TEST_F(Dialogs, ProgressCopyWindowHandlerAndCancel) {
   EXPECT_EQ(v.integer(), 9);
   expectBrackets(3);
 }
-
-// The folder copies with progress: their own answers before the walk, and a cancel that stops
-// the walk at once.
-TEST_F(Dialogs, ProgressFolderCopiesCheckFirstAndStopAtACancel) {
-  TempDir dir;
-  const std::string tree = dir.str() + "/tree";
-  dir.file("tree/a.txt", std::string(70000, 'a'));
-  dir.file("tree/one/b.txt", std::string(70000, 'b'));
-  dir.file("tree/two/c.txt", std::string(70000, 'c'));
-  const std::string out = dir.str() + "/out";
-  std::filesystem::create_directory(out);
-  // Nothing matches: 8 from both; a source that cannot be listed: 1.
-  EXPECT_EQ(integer("tsCopyXFilesProgress", {tree, out, ".none", "", "T", "B", 8}), 8);
-  EXPECT_EQ(integer("tsXCopyProgress", {tree, out, ".none", "", 1, "T", "B", 8}), 8);
-  EXPECT_EQ(integer("tsXCopyProgress", {dir.str() + "/missing", out, "*.*", "", 1, "T", "B", 8}), 1);
-  // Flat: only the folder's own files.
-  EXPECT_EQ(integer("tsCopyXFilesProgress", {tree, out, ".txt", "", "T", "B", 8}), 0);
-  EXPECT_TRUE(std::filesystem::exists(out + "/a.txt"));
-  EXPECT_FALSE(std::filesystem::exists(out + "/one"));
-  // The tree, with its folders made; then a handler that cancels in the first file stops it all.
-  EXPECT_EQ(integer("tsXCopyProgress", {tree, out + "/all", "*.*", "", 1, "T", "B", 8}), 0);
-  EXPECT_EQ(std::filesystem::file_size(out + "/all/two/c.txt"), 70000u);
-  movie_.handlers["tsCopyProgressUpdate"] = [](const std::vector<Value>&) { return Value(1); };
-  EXPECT_EQ(integer("tsXCopyProgress", {tree, out + "/cut", "*.*", "", 1, "T", "B", 24}), 9);
-  EXPECT_FALSE(std::filesystem::exists(out + "/cut/one/b.txt"));
-  EXPECT_FALSE(std::filesystem::exists(out + "/cut/two/c.txt"));
-  expectBrackets(0);
-}
-
-// Standard error of this process, caught in a file from construction until `text` is read.
-class StderrCapture {
- public:
-  StderrCapture() : saved_(::dup(2)) {
-    std::fflush(stderr);
-    int fd = ::open(file_.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
-    ::dup2(fd, 2);
-    ::close(fd);
-  }
-  ~StderrCapture() { restore(); }
-  std::string text() {
-    restore();
-    std::ifstream in(file_);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
-
- private:
-  void restore() {
-    if (saved_ < 0) return;
-    std::fflush(stderr);
-    ::dup2(saved_, 2);
-    ::close(saved_);
-    saved_ = -1;
-  }
-  TempDir dir_;
-  std::string file_ = dir_.str() + "/stderr";
-  int saved_;
-};
 
 // A window that another client destroys ends its call with the dialog's cancel value, quietly,
 // and the next window works as usual.
@@ -627,14 +518,12 @@ TEST_F(DialogsWithoutDisplay, EveryDialogAnswersAtOnce) {
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
                         std::chrono::steady_clock::now() - start)
                         .count();
-    EXPECT_LT(ms, 50) << c.method;
+    EXPECT_LT(ms, 1000) << c.method;  // no wait for a user
     ASSERT_TRUE(v.isString()) << c.method;
     EXPECT_EQ(v.string(), "") << c.method;
   }
-  bool several = false;
   Value list = call("tsGetFilename", {"open", "/tmp", "", "", 0x200, "", 0, -1, 0});
-  several = list.isList();
-  EXPECT_TRUE(several);
+  ASSERT_TRUE(list.isList());  // several files were asked for
   EXPECT_TRUE(list.listPtr()->items.empty());
   host::HostCounters c = host_->counters();
   EXPECT_EQ(c.resourcesBegun + c.resourcesEnded + c.modalDialogsBegun + c.modalDialogsEnded, 0);

@@ -68,50 +68,10 @@ class Formats : public XtraTest {
 
 // ---- INI files --------------------------------------------------------------------------------
 
-TEST_F(Formats, IniWriterOutputAndReadBack) {
-  const std::string ini = dir_.str() + "/settings.ini";
-  EXPECT_EQ(readIni("Main", "Key", "default", ini), "default");
-  EXPECT_EQ(writeIni("Main", "Key", "1", ini), 1);
-  EXPECT_EQ(slurp(ini), "[Main]\nKey=1");  // a new file gets LF line ends
-  EXPECT_EQ(writeIni("Main", "Other", "2", ini), 1);
-  EXPECT_EQ(slurp(ini), "[Main]\nKey=1\nOther=2");
-  EXPECT_EQ(writeIni("Second", "Name", "a = b", ini), 1);
-  EXPECT_EQ(writeIni("main", "KEY", "", ini), 1);
-  EXPECT_EQ(slurp(ini), "[Main]\nKEY=\nOther=2\n\n[Second]\nName=a = b\n");
-  EXPECT_EQ(readIni("MAIN", "key", "default", ini), "");  // an empty value, not the default
-  EXPECT_EQ(readIni("Second", "name", "default", ini), "a = b");
-  EXPECT_EQ(readIni("Second", "Missing", "default", ini), "default");
-  EXPECT_EQ(readIni("Third", "Key", "default", ini), "default");
-}
-
-TEST_F(Formats, IniFilesWrittenByHandKeepTheirQuirks) {
-  // Blank lines, CR LF line ends, a key before the first section, spaces around "=".
-  auto ini = dir_.file("hand.ini", "k=0\r\n\r\n[A]\r\nkey = spaced\r\n\r\nKEY=v\r\n\r\n[B]\r\nb=1\r\n");
-  EXPECT_EQ(readIni("A", "key", "-", ini.string()), "v");
-  EXPECT_EQ(readIni("A", "k", "-", ini.string()), "-");
-  EXPECT_EQ(writeIni("A", "new", "n", ini.string()), 1);
-  EXPECT_EQ(slurp(ini), "k=0\r\n\r\n[A]\r\nkey = spaced\r\nKEY=v\r\nnew=n\r\n\r\n[B]\r\nb=1\r\n");
-  // A file edited on Linux: LF line ends are read and kept.
-  auto lf = dir_.file("lf.ini", "# settings\n[A]\nkey=v\nother=o\n\n[B]\nb=1\n");
-  EXPECT_EQ(readIni("A", "key", "-", lf.string()), "v");
-  EXPECT_EQ(writeIni("A", "key", "w", lf.string()), 1);
-  EXPECT_EQ(slurp(lf), "# settings\n\n[A]\nkey=w\nother=o\n\n[B]\nb=1\n");
-  EXPECT_EQ(readIni("B", "b", "-", lf.string()), "1");
-  // A byte 255 hides the rest of the file, and the rewrite drops it.
-  auto ff = dir_.file("ff.ini", "[A]\rkey=v\r\xFF[B]\rb=1");
-  EXPECT_EQ(readIni("B", "b", "-", ff.string()), "-");
-  EXPECT_EQ(writeIni("A", "key", "w", ff.string()), 1);
-  EXPECT_EQ(slurp(ff), "[A]\rkey=w\r");
-}
-
 TEST_F(Formats, IniLimitsPathsAndFolders) {
   const std::string ini = dir_.str() + "/limits.ini";
-  // A value of 32000 characters: the writer keeps the whole line, the reader 32000 characters.
-  const std::string big(32000, 'x');
-  ASSERT_EQ(writeIni("A", "Key", big, ini), 1);
-  EXPECT_EQ(slurp(ini), "[A]\nKey=" + big);
-  EXPECT_EQ(readIni("A", "Key", "", ini).size(), 32000u - 4);
-  // A long default comes back cut to 32001 characters.
+  // A missing file gives the default, a long one cut to 32001 characters.
+  EXPECT_EQ(readIni("A", "None", "default", ini), "default");
   EXPECT_EQ(readIni("A", "None", std::string(40000, 'd'), ini).size(), 32001u);
 
   // Missing folders are made; "@" is the movie's folder; an HFS path names the same file.
@@ -127,6 +87,7 @@ TEST_F(Formats, IniLimitsPathsAndFolders) {
   // A folder in the file's place is a failure; so is a name under a file.
   std::filesystem::create_directories(dir_.path() / "folder.ini");
   EXPECT_EQ(writeIni("S", "k", "1", dir_.str() + "/folder.ini"), 0);
+  ASSERT_EQ(writeIni("S", "k", "1", ini), 1);
   EXPECT_EQ(writeIni("S", "k", "1", ini + "/below.ini"), 0);
 }
 
@@ -142,11 +103,13 @@ TEST_F(Formats, IniRewriteKeepsPermissionsAndFollowsLinks) {
   ASSERT_EQ(writeIni("A", "a", "3", dir_.str() + "/link.ini"), 1);
   EXPECT_TRUE(std::filesystem::is_symlink(dir_.path() / "link.ini"));
   EXPECT_EQ(slurp(ini), "[A]\ra=3\r");
-  if (::geteuid() != 0) {
-    ::chmod(ini.c_str(), 0444);
-    EXPECT_EQ(writeIni("A", "a", "4", ini.string()), 0);  // no write permission
-    EXPECT_EQ(slurp(ini), "[A]\ra=3\r");
-  }
+  ::chmod(ini.c_str(), 0444);
+  EXPECT_EQ(asUnprivilegedUser(dir_.path(), [&]() -> std::string {
+              int32_t done = writeIni("A", "a", "4", ini.string());
+              return done == 0 ? "" : "a file without write permission was rewritten";
+            }),
+            "");
+  EXPECT_EQ(slurp(ini), "[A]\ra=3\r");
 }
 
 // A writer killed at any point leaves either the old or the new file, never a part of one.
@@ -225,45 +188,28 @@ TEST_F(Formats, BareIniNameOnAFreshAccountGoesToTheUsersConfigFolder) {
 
 // ---- The cipher -------------------------------------------------------------------------------
 
-TEST_F(Formats, TextCipherThroughTheHost) {
-  EXPECT_EQ(text("tsEncryptText", {Value(""), Value("key")}), "````");
-  EXPECT_EQ(text("tsEncryptText", {Value("abc"), Value("key")}).size(), 8u);
-  EXPECT_EQ(text("tsEncryptText", {Value("abcdef"), Value("key")}).size(), 12u);
+// The cipher's arithmetic is the unit tests'; here its arguments and answers cross the host.
+TEST_F(Formats, CiphersThroughTheHost) {
   std::string plain;
   for (int i = 0; i < 24001; ++i) plain += static_cast<char>(1 + (i * 7919) % 255);
   std::string cipher = text("tsEncryptText", {Value(plain), Value("a rather long key")});
   EXPECT_EQ(cipher.size(), 4u * (24001 / 3 + 1));
-  EXPECT_TRUE(std::all_of(cipher.begin(), cipher.end(), [](char c) { return c >= '!' && c <= '`'; }));
   EXPECT_EQ(text("tsDecryptText", {Value(cipher), Value("a rather long key")}), plain);
-  std::string wrong = text("tsDecryptText", {Value(cipher), Value("another key")});
-  EXPECT_EQ(wrong.size(), plain.size());
-  EXPECT_NE(wrong, plain);
-  // Malformed cipher text decodes without complaint.
-  EXPECT_EQ(text("tsDecryptText", {Value("````junk"), Value("k")}), "");
-}
 
-TEST_F(Formats, FileCipherIsAnInvolutionOverManyBlocks) {
-  std::string data(5 * 1000 * 1000 + 321, '\0');
-  std::mt19937 rng(1);
-  for (char& c : data) c = static_cast<char>(rng());
-  auto file = dir_.file("movie.dat", data);
+  auto file = dir_.file("movie.dat", plain);
   EXPECT_EQ(integer("tsEncryptFile", {Value(file.string()), Value("k3y")}), 1);
-  std::string once = slurp(file);
-  EXPECT_EQ(once.size(), data.size());
-  EXPECT_NE(once, data);
-  // The key phase starts afresh at every 2000 bytes: bytes 2000 apart change alike.
-  EXPECT_EQ(once[5] ^ data[5], once[2005] ^ data[2005]);
+  EXPECT_NE(slurp(file), plain);
   EXPECT_EQ(integer("tsEncryptFile", {Value(file.string()), Value("k3y")}), 1);
-  EXPECT_TRUE(slurp(file) == data);
+  EXPECT_TRUE(slurp(file) == plain);
   EXPECT_EQ(integer("tsEncryptFile", {Value(dir_.str() + "/missing"), Value("k")}), 0);
   EXPECT_FALSE(std::filesystem::exists(dir_.path() / "missing"));
   // An empty file, and an empty key, change nothing.
   auto empty = dir_.file("empty.dat");
   EXPECT_EQ(integer("tsEncryptFile", {Value(empty.string()), Value("k")}), 1);
   EXPECT_EQ(std::filesystem::file_size(empty), 0u);
-  auto plain = dir_.file("plain.dat", "unchanged");
-  EXPECT_EQ(integer("tsEncryptFile", {Value(plain.string()), Value("")}), 1);
-  EXPECT_EQ(slurp(plain), "unchanged");
+  auto unchanged = dir_.file("plain.dat", "unchanged");
+  EXPECT_EQ(integer("tsEncryptFile", {Value(unchanged.string()), Value("")}), 1);
+  EXPECT_EQ(slurp(unchanged), "unchanged");
 }
 
 // ---- Dates and times --------------------------------------------------------------------------

@@ -59,9 +59,9 @@ TEST(MessageWindow, ErrorsSayWhere) {
                              "on readSettings\n"
                              "  put 1\n"
                              "  return 10 / 0\n"
-                             "end\n"
-                             "readSettings()\n");
-  auto [err, status] = runWindow(dir, {script.string()});
+                             "end\n");
+  // A handler keeps the name of the script that defined it, wherever it is called from.
+  auto [err, status] = runWindow(dir, {script.string(), "-e", "readSettings()"});
   EXPECT_EQ(err, "error: " + script.string() + ":3 in handler readSettings: Division by zero\n");
   EXPECT_EQ(status, 1);
   // Each -e has its number; a refused argument is named from the method table.

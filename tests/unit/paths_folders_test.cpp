@@ -2,6 +2,8 @@
 // folder; machine folders such as /etc and /usr are the real ones).
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "paths/special_folders.h"
 #include "support/four_char_code.h"
 #include "paths/volume_model.h"
@@ -35,29 +37,30 @@ void expectParse(std::string_view keyword, uint32_t type, std::optional<int32_t>
 }
 
 TEST(FolderKeywords, WordsPrefixesAndRawTypes) {
-  expectParse("prefs", fourCharCode("pref"), std::nullopt);
-  expectParse("PREFS", fourCharCode("pref"), std::nullopt);
-  expectParse("control panels", fourCharCode("ctrl"), std::nullopt);
+  // Prefixes count only when the whole keyword is long enough; four characters are a raw type.
+  const std::tuple<std::string, uint32_t, std::optional<int32_t>> rows[] = {
+      {"prefs", fourCharCode("pref"), std::nullopt},
+      {"PREFS", fourCharCode("pref"), std::nullopt},
+      {"control panels", fourCharCode("ctrl"), std::nullopt},
+      {"user fonts", fourCharCode("font"), kUserDomain},
+      {"user apps", fourCharCode("apps"), kUserDomain},
+      {"user", fourCharCode("user"), std::nullopt},
+      {"system", fourCharCode("macs"), std::nullopt},
+      {"System Fonts", fourCharCode("font"), kSystemDomain},
+      {"system ctrl", fourCharCode("ctrl"), kSystemDomain},
+      {"local temp", fourCharCode("temp"), kLocalDomain},
+      {"common prefs", fourCharCode("pref"), kLocalDomain},
+      {"ctrl", fourCharCode("ctrl"), std::nullopt},
+  };
+  for (const auto& [keyword, type, domain] : rows) expectParse(keyword, type, domain);
   expectParse("music", kMusicFolderType, std::nullopt);
-  // Prefixes count only when the whole keyword is long enough.
-  expectParse("user fonts", fourCharCode("font"), kUserDomain);
-  expectParse("user apps", fourCharCode("apps"), kUserDomain);  // 9 characters: enough
-  EXPECT_FALSE(parse("user app"));                        // 8: no prefix, no keyword
-  expectParse("user", fourCharCode("user"), std::nullopt);      // four characters: a raw type
-  expectParse("system", fourCharCode("macs"), std::nullopt);
-  expectParse("System Fonts", fourCharCode("font"), kSystemDomain);
-  expectParse("system ctrl", fourCharCode("ctrl"), kSystemDomain);
-  expectParse("local temp", fourCharCode("temp"), kLocalDomain);
-  EXPECT_FALSE(parse("local foo"));  // 9: too short for "local "
-  expectParse("common prefs", fourCharCode("pref"), kLocalDomain);
-  EXPECT_FALSE(parse("common foo"));  // 10: too short for "common "
-  EXPECT_FALSE(parse("userfonts"));   // a prefix needs its blank
+  for (const char* none : {"user app", "local foo", "common foo", "userfonts"})
+    EXPECT_FALSE(parse(none)) << none;  // too short for the prefix, or no blank after it
   // Favourites in any spelling.
   for (std::string_view word : {"favourites", "Favorites", "favoUR", "favou", "user favorites"})
     EXPECT_EQ(parse(word)->type, fourCharCode("favs")) << word;
   EXPECT_EQ(parse("favo")->type, fourCharCode("favo"));  // too short: a raw type
   // Raw types, read as four-character codes.
-  expectParse("ctrl", fourCharCode("ctrl"), std::nullopt);
   expectParse(
       "a\xA9"
       "bc",

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "tests/boundary/boundary_support.h"
+#include "tests/windows/windows_support.h"
 
 // After the test framework's headers: Xlib defines macros (None, Bool) that they use as names.
 #include <X11/Xlib.h>
@@ -23,23 +24,6 @@ namespace tessel::testing {
 namespace {
 
 using host::Value;
-using namespace std::chrono_literals;
-
-bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = 5000ms) {
-  auto end = std::chrono::steady_clock::now() + limit;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(20ms);
-  }
-  return true;
-}
-
-std::vector<std::string> readLines(const std::string& path) {
-  std::ifstream in(path);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
 
 bool isModifierLine(const std::string& line) {
   for (const char* name : {"Shift_", "Control_", "Alt_", "Super_", "ISO_Level3_Shift", "Meta_"})
@@ -65,20 +49,6 @@ std::vector<std::string> visibleWindows(pid_t pid) {
     pclose(out);
   }
   return ids;
-}
-
-// Starts a program found on PATH; `prepare` runs in the child just before it.
-pid_t startProcess(const std::vector<std::string>& args, const std::function<void()>& prepare = {}) {
-  pid_t pid = fork();
-  if (pid == 0) {
-    if (prepare) prepare();
-    std::vector<char*> argv;
-    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    _exit(127);
-  }
-  return pid;
 }
 
 class Desktop : public XtraTest {
@@ -348,24 +318,24 @@ TEST_F(Desktop, WaitsEndOnZombiesTimeOutsAndWrappedDeadlines) {
   EXPECT_EQ(integer("tsWindowExists", {Value(zombie)}), 0);
   EXPECT_EQ(integer("tsWaitForWindow", {Value(zombie), Value("closed"), Value(0)}), 0);
 
+  // The wait ends with the process (a second), long before its 100-second deadline.
   pid_t sleeper = launch({"sleep", "1"});
   auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(integer("tsWaitForWindow", {Value(sleeper), Value("closed"), Value(600)}), 1);
+  EXPECT_EQ(integer("tsWaitForWindow", {Value(sleeper), Value("closed"), Value(6000)}), 1);
   auto took = std::chrono::steady_clock::now() - start;
   EXPECT_GT(took, 800ms);
-  EXPECT_LT(took, 1500ms);
+  EXPECT_LT(took, 10s);
 
   pid_t alpha = app("TesselWaits");
   bringToFront(alpha);
   start = std::chrono::steady_clock::now();
   EXPECT_EQ(integer("tsWaitForWindow", {Value(alpha), Value("inactive"), Value(30)}), 0);
-  took = std::chrono::steady_clock::now() - start;
-  EXPECT_GE(took, 500ms);
-  EXPECT_LT(took, 800ms);
-  // 42949 ticks wrap to a deadline just behind: the first round ends the wait, state or not.
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 500ms);
+  // 42949 ticks wrap to a deadline just behind: the first round ends the wait, state or not
+  // (unwrapped, it would wait twelve minutes).
   start = std::chrono::steady_clock::now();
   EXPECT_EQ(integer("tsWaitForWindow", {Value(alpha), Value("active"), Value(42949)}), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 400ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
   EXPECT_EQ(integer("tsWaitForWindow", {Value(alpha), Value("active"), Value(600)}), 1);
 }
 
@@ -433,9 +403,7 @@ TEST_F(Desktop, AThousandMixedCharactersArriveInOrder) {
     expected.push_back(std::string("key ") + XKeysymToString(static_cast<KeySym>(static_cast<unsigned char>(c))) +
                        (shifted ? " shift" : " -"));
   }
-  auto start = std::chrono::steady_clock::now();
   typeAndExpect(record, keys, expected);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 1500ms);
 }
 
 TEST_F(Desktop, KeyIsDownSeesKeysHeldElsewhere) {
@@ -496,125 +464,6 @@ TEST_F(Desktop, TheExecutablesCreatorIsTheSignature) {
   EXPECT_EQ(integer("tsFindWindow", {Value("Sign"), Value("")}), 0);  // the class no longer counts
   EXPECT_EQ(windowList("TsAp", "", 0), (std::vector<int32_t>{pid}));
   std::system(("rm -rf '" + std::string(folder) + "'").c_str());
-}
-
-// A display of the test's own, with a window manager that knows no EWMH (twm) or with none at
-// all, and two test applications on it; the message window runs the calls there.
-class OtherManagers : public ::testing::Test {
- protected:
-  void TearDown() override {
-    for (auto it = children_.rbegin(); it != children_.rend(); ++it) {
-      kill(*it, SIGKILL);
-      waitpid(*it, nullptr, 0);
-    }
-  }
-
-  pid_t start(const std::vector<std::string>& args, int keep = -1) {
-    pid_t pid = startProcess(args, [&] {
-      int null = open("/dev/null", O_RDWR);
-      dup2(null, 0);
-      dup2(null, 1);
-      dup2(null, 2);
-      if (keep >= 0) fcntl(keep, F_SETFD, 0);
-      if (!display_.empty()) setenv("DISPLAY", display_.c_str(), 1);
-    });
-    children_.push_back(pid);
-    return pid;
-  }
-
-  // Starts the X server; its display name ends up in display_.
-  void startServer() {
-    int report[2];
-    ASSERT_EQ(pipe2(report, O_CLOEXEC), 0);
-    start({"Xvfb", "-displayfd", std::to_string(report[1]), "-nolisten", "tcp", "-screen", "0",
-           "800x600x24"},
-          report[1]);
-    close(report[1]);
-    std::string number;
-    char c;
-    while (read(report[0], &c, 1) == 1 && c != '\n') number += c;
-    close(report[0]);
-    ASSERT_FALSE(number.empty()) << "Xvfb did not start";
-    display_ = ":" + number;
-  }
-
-  pid_t startApp(const std::string& cls) {
-    std::string record = (dir_.path() / (cls + ".log")).string();
-    pid_t pid = start({TESSEL_TEST_APP, "--class", cls, "--title", cls + " title", "--record", record});
-    EXPECT_TRUE(waitUntil([&] {
-      auto lines = readLines(record);
-      return std::find(lines.begin(), lines.end(), "ready") != lines.end();
-    })) << cls << " never mapped its window";
-    return pid;
-  }
-
-  // Runs the message window on the display with one statement per line; what it printed.
-  std::vector<std::string> runner(const std::vector<std::string>& statements) {
-    std::string command = "DISPLAY=" + display_ + " '" + std::string(TESSEL_RUNNER) + "' --xtras '" +
-                          xtrasFolder() + "'";
-    for (const std::string& s : statements) command += " -e '" + s + "'";
-    std::vector<std::string> lines;
-    if (FILE* out = popen((command + " 2>&1").c_str(), "r")) {
-      char line[512];
-      while (fgets(line, sizeof line, out) != nullptr) lines.emplace_back(line, strcspn(line, "\n"));
-      pclose(out);
-    }
-    return lines;
-  }
-
-  // The same calls under either manager: listing, activation, the active window and closing.
-  void listActivateAndClose() {
-    pid_t alpha = startApp("Alpha");
-    pid_t beta = startApp("Beta");
-    const std::string a = std::to_string(alpha), b = std::to_string(beta);
-    // twm maps its clients after a moment; wait until both are listed.
-    std::vector<std::string> out;
-    EXPECT_TRUE(waitUntil([&] {
-      out = runner({"put tsFindWindow(\"\", \"Alpha\")", "put tsFindWindow(\"\", \"Beta\")"});
-      return out == std::vector<std::string>{"-- " + a, "-- " + b};
-    })) << ::testing::PrintToString(out);
-    out = runner({"put tsWinHandle()", "put tsWindowList(\"\", \"\", 0)",
-                  "put tsWindowInfo(" + b + ", \"caption\")",
-                  "put tsActivateWindow(" + a + ")", "put tsActiveWindow()",
-                  "put tsActivateWindow(" + b + ")", "put tsActiveWindow()",
-                  "put tsCloseWindow(" + a + ")"});
-    ASSERT_EQ(out.size(), 8u) << ::testing::PrintToString(out);
-    const std::string self = out[0].substr(3);
-    EXPECT_EQ(out[1], "-- [" + self + ", " + a + ", " + b + "]");
-    EXPECT_EQ(out[2], "-- \"Beta\"");
-    EXPECT_EQ(out[3], "-- 1");
-    EXPECT_EQ(out[4], "-- " + a);
-    EXPECT_EQ(out[5], "-- 1");
-    EXPECT_EQ(out[6], "-- " + b);
-    EXPECT_EQ(out[7], "-- 1");
-    // Closing asked the application to quit, and it did.
-    EXPECT_TRUE(waitUntil([&] { return waitpid(alpha, nullptr, WNOHANG) == alpha; }));
-  }
-
-  std::string display_;
-  TempDir dir_;
-  std::vector<pid_t> children_;
-};
-
-TEST_F(OtherManagers, AnIcccmManagerStandsInForEwmh) {
-  startServer();
-  std::string rc = dir_.file("twmrc", "RandomPlacement\nUsePPosition \"on\"\nNoTitle\n").string();
-  start({"twm", "-f", rc});
-  // The applications come once twm manages the screen.
-  Display* dpy = XOpenDisplay(display_.c_str());
-  ASSERT_NE(dpy, nullptr);
-  EXPECT_TRUE(waitUntil([&] {
-    XWindowAttributes root{};
-    XGetWindowAttributes(dpy, DefaultRootWindow(dpy), &root);
-    return (root.all_event_masks & SubstructureRedirectMask) != 0;
-  })) << "twm never managed the screen";
-  XCloseDisplay(dpy);
-  listActivateAndClose();
-}
-
-TEST_F(OtherManagers, WithoutAManagerTheMappedTopLevelsAreTheClients) {
-  startServer();
-  listActivateAndClose();
 }
 
 }  // namespace

@@ -43,9 +43,6 @@ const char kMethodTable[] =
     "-- Host\n"
     "* htCallMovie string Handler, * -- calls a handler of the active movie\n"
     "* htResolve string Name -- the player's resolution of Name, or its error code\n"
-    "* htAppInfo integer Item -- an application information item, or its error code\n"
-    "* htPrint string Text -- prints Text and a formatted line\n"
-    "* htDialog -- brackets a modal dialog and resource use\n"
     "* htHold -- keeps an interface object alive\n"
     "+ htParent object xt, integer N -- returns N\n";
 
@@ -62,9 +59,6 @@ enum Selector {
   m_argCount,
   m_callMovie,
   m_resolve,
-  m_appInfo,
-  m_print,
-  m_dialog,
   m_hold,
   m_parent,
   m_count
@@ -326,29 +320,6 @@ struct ScriptObject final : InterfaceObject<IMoaMmXScript> {
         if ((err = v->ValueToString(&args[0], name, sizeof name)) != 0) return err;
         err = f->player->ResolveFileName(name, path, sizeof path);
         return err != 0 ? v->IntegerToValue(err, result) : v->StringToValue(path, result);
-      }
-      case m_appInfo: {
-        MoaLong item = 0;
-        char text[256];
-        if ((err = v->ValueToInteger(&args[0], &item)) != 0) return err;
-        err = f->appInfo->GetInfo(item, text, sizeof text);
-        return err != 0 ? v->IntegerToValue(err, result) : v->StringToValue(text, result);
-      }
-      case m_print: {
-        const char* text = nullptr;
-        if ((err = v->ValueToStringPtr(&args[0], &text)) != 0) return err;
-        f->utils->PrintMessage(text);
-        v->ValueReleaseStringPtr(&args[0]);
-        return f->utils->PrintMessage2("%d-%lx\n", 42, 255);
-      }
-      case m_dialog: {
-        XtraResourceCookie saved = 0;
-        MoaMmDialogCookie cookie = 0;
-        pObj->pCallback->MoaBeginUsingResources(gFileRef, &saved);
-        f->utils->WinPrepareDialogBox(&cookie);
-        f->utils->WinUnprepareDialogBox(cookie);
-        pObj->pCallback->MoaEndUsingResources(gFileRef, saved);
-        return kMoaErr_NoErr;
       }
       case m_hold:
         if (gHeld == nullptr) {

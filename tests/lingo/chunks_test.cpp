@@ -44,11 +44,9 @@ TEST(LingoChunks, BoundariesOfEachKind) {
 }
 
 TEST(LingoChunks, WritesPadAndDeletesTakeOneSeparator) {
-  EXPECT_EQ(putChunk("abc", ChunkType::Char, 10, 10, "X", PutMode::Into, ","), "abc      X");
-  EXPECT_EQ(putChunk("", ChunkType::Item, 3, 3, "X", PutMode::Into, ","), ",,X");
+  // (Chars, items and lines padded from their end: tests/scripts/text_processing.ls.)
   EXPECT_EQ(putChunk("a,b", ChunkType::Item, 4, 4, "X", PutMode::After, ","), "a,b,,X");
   EXPECT_EQ(putChunk("a\nb", ChunkType::Line, 4, 4, "X", PutMode::Into, ","), "a\nb\n\nX");
-  EXPECT_EQ(putChunk("a", ChunkType::Line, 2, 2, "X", PutMode::Into, ","), "a\rX");
   EXPECT_EQ(putChunk("one two", ChunkType::Word, 5, 5, "X", PutMode::Into, ","), "one two X");
   EXPECT_EQ(putChunk("one two", ChunkType::Word, 2, 2, "X", PutMode::Before, ","), "one Xtwo");
   EXPECT_EQ(putChunk("héllo", ChunkType::Char, 2, 3, "E", PutMode::Into, ","), "hElo");

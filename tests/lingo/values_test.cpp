@@ -31,16 +31,15 @@ TEST(LingoValues, ParseNumberAcceptsOnlyPlainDecimals) {
   }
 }
 
+// (Plain floats and rounding as put, integer() and comparisons show them are
+// tests/scripts/lingo_basics.ls; here the ends of the ranges.)
 TEST(LingoValues, FloatsPrintWithFourDecimals) {
-  EXPECT_EQ(formatFloat(3.14159), "3.1416");
   EXPECT_EQ(formatFloat(-0.00004), "-0.0000");
   EXPECT_EQ(formatFloat(1e20), "100000000000000000000.0000");
   EXPECT_EQ(formatFloat(std::numeric_limits<double>::infinity()), "INF");
   EXPECT_EQ(formatFloat(-std::numeric_limits<double>::infinity()), "-INF");
   EXPECT_EQ(formatFloat(std::nan("")), "NAN");
   int32_t n = 0;
-  EXPECT_TRUE(roundToInt32(2.5, n));
-  EXPECT_EQ(n, 3);
   EXPECT_TRUE(roundToInt32(-2147483648.4, n));
   EXPECT_EQ(n, std::numeric_limits<int32_t>::min());
   EXPECT_FALSE(roundToInt32(2147483647.5, n));
@@ -49,11 +48,8 @@ TEST(LingoValues, FloatsPrintWithFourDecimals) {
 
 TEST(LingoValues, ComparisonRules) {
   size_t budget = 1000;
-  EXPECT_TRUE(lingoEquals(Value(int32_t{2}), Value(2.0), budget));
   EXPECT_TRUE(lingoEquals(Value(" 2 "), Value(int32_t{2}), budget));
   EXPECT_FALSE(lingoEquals(Value(std::nan("")), Value(std::nan("")), budget));
-  EXPECT_EQ(lingoCompare(Value("apple"), Value("Banana")), -1);
-  EXPECT_EQ(lingoCompare(Value(int32_t{10}), Value("9")), 1);
   EXPECT_EQ(lingoCompare(Value(std::nan("")), Value(1.0)), 2);
   EXPECT_EQ(lingoCompare(Value(), Value(int32_t{-1})), 1);
   EXPECT_THROW(lingoCompare(Value::list(), Value(int32_t{1})), ScriptError);
@@ -70,13 +66,9 @@ TEST(LingoValues, ComparisonRules) {
   Value same = a;
   small = 10;
   EXPECT_TRUE(lingoEquals(a, same, small));  // the same list: no walk at all
-  // sort order is total even with NaN and mixed kinds.
+  // sort order is total even with NaN (mixed kinds: tests/scripts/lingo_lists.ls).
   EXPECT_TRUE(sortsBefore(Value(1.0), Value(std::nan(""))));
   EXPECT_FALSE(sortsBefore(Value(std::nan("")), Value(std::nan(""))));
-  EXPECT_TRUE(sortsBefore(Value(int32_t{5}), Value("a")));
-  EXPECT_TRUE(sortsBefore(Value("a"), Value::symbol("a")));
-  EXPECT_TRUE(samePropName(Value::symbol("Name"), Value::symbol("name")));
-  EXPECT_FALSE(samePropName(Value("Name"), Value("name")));
   EXPECT_FALSE(samePropName(Value::symbol("a"), Value("a")));
 }
 

@@ -29,7 +29,7 @@ repeat with i = 1 to 2
   put fresh
 end repeat
 
--- Linear list functions.
+-- Linear list functions; add() and addProp() keep a sorted list sorted.
 l = ["b", "a", "c"]
 put count(l), getAt(l, 2), l[3], getLast(l), getLast([])
 setAt(l, 2, "z")
@@ -41,9 +41,10 @@ put getPos(l, "Z"), getPos(l, "q"), getOne(l, "c")
 deleteOne(l, "c")
 sort(l)
 put l
+add(l, "c")
 l[6] = 1
 put l
-put list(1, "two"), list()
+put list(1, "two"), list(), objectP([]), objectP("x")
 mixed = [3, "b", 1.5, #a, "A", VOID]
 sort mixed
 put mixed
@@ -69,4 +70,6 @@ put e, e["KEY"]
 q = [#b: 2, #a: 1, #c: 3]
 sort(q)
 put q, getOne(q, 3), getPos(q, 2)
+addProp(q, #ab, 0)
+put q
 put [#a: 1] + 1

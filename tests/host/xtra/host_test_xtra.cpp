@@ -7,11 +7,9 @@
 //
 // A few extra exports (HostTestXtra_*) let tests look inside; the host never uses them. Built
 // with HOST_TEST_XTRA_NO_FILEREF it lacks one MOA entry point, so the host must refuse it.
-#include <strings.h>
 
 #include <cstring>
 #include <new>
-#include <string>
 
 #include "moa/moa_interfaces.h"
 
@@ -31,34 +29,20 @@ const char kMethodTable[] =
     "\n"
     "-- Values\n"
     "* htEcho any Value -- returns its argument\n"
-    "* htAdd integer A, integer B -- returns A + B\n"
-    "* htConcat string A,  string B  -- joins two strings\n"
     "* htHalf float X -- returns X / 2\n"
     "* htSymbolName Symbol S -- returns the name of S\n"
-    "* htRange integer N -- returns the list [1, ..., N]\n"
-    "* htProps string Name, integer Age -- returns [#name: Name, #age: Age]\n"
-    "* htSum any List -- adds the integers of a list\n"
     "* htArgCount * -- returns the number of arguments passed\n"
     "\n"
     "-- Host\n"
-    "* htCallMovie string Handler, * -- calls a handler of the active movie\n"
-    "* htResolve string Name -- the player's resolution of Name, or its error code\n"
     "* htHold -- keeps an interface object alive\n"
     "+ htParent object xt, integer N -- returns N\n";
 
 enum Selector {
   m_new = 0,
   m_echo,
-  m_add,
-  m_concat,
   m_half,
   m_symbolName,
-  m_range,
-  m_props,
-  m_sum,
   m_argCount,
-  m_callMovie,
-  m_resolve,
   m_hold,
   m_parent,
   m_count
@@ -75,11 +59,6 @@ IMoaMmXScript* gHeld = nullptr;
 // The scripting class's fields, right after the standard header.
 struct ScriptFields {
   IMoaMmValue* value;
-  IMoaMmList* list;
-  IMoaMmUtils* utils;
-  IMoaAppInfo* appInfo;
-  IMoaDrPlayer* player;  // only in Director
-  bool isDirector;
 };
 
 ScriptFields* fieldsOf(MoaObjectHeader* obj) {
@@ -94,39 +73,14 @@ void release(T*& p) {
 
 MoaError createScript(MoaObjectHeader* obj) {
   ScriptFields* f = fieldsOf(obj);
-  IMoaCallback* cb = obj->pCallback;
-  MoaError err = cb->QueryInterface(&IID_IMoaMmValue, reinterpret_cast<void**>(&f->value));
-  if (err == 0) err = cb->QueryInterface(&IID_IMoaMmList, reinterpret_cast<void**>(&f->list));
-  if (err == 0) err = cb->QueryInterface(&IID_IMoaMmUtils, reinterpret_cast<void**>(&f->utils));
-  if (err == 0) err = cb->QueryInterface(&IID_IMoaAppInfo, reinterpret_cast<void**>(&f->appInfo));
-  if (err == 0) {
-    char product[64] = {};
-    if (f->appInfo->GetInfo(kMoaAppInfo_ProductName, product, sizeof product) == 0) {
-      f->isDirector = strcasecmp(product, "Director") == 0;
-    }
-    if (f->isDirector) {
-      err = cb->QueryInterface(&IID_IMoaDrPlayer, reinterpret_cast<void**>(&f->player));
-    }
-  }
-  if (err != 0) {
-    release(f->value);
-    release(f->list);
-    release(f->utils);
-    release(f->appInfo);
-    release(f->player);
-    return err;
-  }
-  ++gCreated;
-  return kMoaErr_NoErr;
+  MoaError err =
+      obj->pCallback->QueryInterface(&IID_IMoaMmValue, reinterpret_cast<void**>(&f->value));
+  if (err == 0) ++gCreated;
+  return err;
 }
 
 void destroyScript(MoaObjectHeader* obj) {
-  ScriptFields* f = fieldsOf(obj);
-  release(f->player);
-  release(f->appInfo);
-  release(f->utils);
-  release(f->list);
-  release(f->value);
+  release(fieldsOf(obj)->value);
   ++gDestroyed;
 }
 
@@ -213,10 +167,9 @@ struct ToolObject final : InterfaceObject<IMoaMmXTool> {
 };
 
 struct ScriptObject final : InterfaceObject<IMoaMmXScript> {
-  // The test Xtra's methods, one case each: a table the host tests call into, long by design.
+  // The test Xtra's methods, one case each.
   MoaError Call(PMoaMmCallInfo call) override {
-    ScriptFields* f = fieldsOf(pObj);
-    IMoaMmValue* v = f->value;
+    IMoaMmValue* v = fieldsOf(pObj)->value;
     MoaMmValue* args = call->pArgs;
     MoaMmValue* result = &call->resultValue;
     MoaError err = kMoaErr_NoErr;
@@ -225,26 +178,6 @@ struct ScriptObject final : InterfaceObject<IMoaMmXScript> {
       case m_echo:
         *result = args[0];
         return v->ValueAddRef(result);
-      case m_add: {
-        MoaLong a = 0;
-        MoaLong b = 0;
-        if ((err = v->ValueToInteger(&args[0], &a)) != 0) return err;
-        if ((err = v->ValueToInteger(&args[1], &b)) != 0) return err;
-        return v->IntegerToValue(a + b, result);
-      }
-      case m_concat: {
-        const char* a = nullptr;
-        const char* b = nullptr;
-        if ((err = v->ValueToStringPtr(&args[0], &a)) != 0) return err;
-        if ((err = v->ValueToStringPtr(&args[1], &b)) != 0) {
-          v->ValueReleaseStringPtr(&args[0]);
-          return err;
-        }
-        std::string joined = std::string(a) + b;
-        v->ValueReleaseStringPtr(&args[1]);
-        v->ValueReleaseStringPtr(&args[0]);
-        return v->StringToValue(joined.c_str(), result);
-      }
       case m_half: {
         MoaDouble x = 0;
         if ((err = v->ValueToFloat(&args[0], &x)) != 0) return err;
@@ -257,70 +190,7 @@ struct ScriptObject final : InterfaceObject<IMoaMmXScript> {
         if ((err = v->SymbolToString(sym, name, sizeof name)) != 0) return err;
         return v->StringToValue(name, result);
       }
-      case m_range: {
-        MoaLong n = 0;
-        if ((err = v->ValueToInteger(&args[0], &n)) != 0) return err;
-        if ((err = f->list->NewListValue(result)) != 0) return err;
-        for (MoaLong i = 1; i <= n && err == 0; ++i) {
-          MoaMmValue item;
-          v->IntegerToValue(i, &item);
-          err = f->list->AppendValueToList(result, &item);
-          v->ValueRelease(&item);
-        }
-        return err;
-      }
-      case m_props: {
-        MoaMmSymbol name = 0;
-        MoaMmSymbol age = 0;
-        MoaMmValue key;
-        f->utils->StringToSymbol("name", &name);
-        f->utils->StringToSymbol("age", &age);
-        if ((err = f->list->NewPropListValue(result)) != 0) return err;
-        v->SymbolToValue(name, &key);
-        err = f->list->AppendValueToPropList(result, &key, &args[0]);
-        v->SymbolToValue(age, &key);
-        if (err == 0) err = f->list->AppendValueToPropList(result, &key, &args[1]);
-        return err;
-      }
-      case m_sum: {
-        MoaMmValueType type = 0;
-        if ((err = v->ValueType(&args[0], &type)) != 0) return err;
-        if (type != kMoaMmValueType_List) return kMoaMmErr_ValueTypeMismatch;
-        MoaLong total = 0;
-        MoaLong count = f->list->CountElements(&args[0]);
-        for (MoaLong i = 1; i <= count; ++i) {
-          MoaMmValue item;
-          MoaLong n = 0;
-          if ((err = f->list->GetValueByIndex(&args[0], i, &item)) != 0) return err;
-          err = v->ValueToInteger(&item, &n);
-          v->ValueRelease(&item);
-          if (err != 0) return err;
-          total += n;
-        }
-        return v->IntegerToValue(total, result);
-      }
       case m_argCount: return v->IntegerToValue(call->nargs, result);
-      case m_callMovie: {
-        if (f->player == nullptr) return v->IntegerToValue(-1, result);
-        char handler[256];
-        MoaMmSymbol sym = 0;
-        if ((err = v->ValueToString(&args[0], handler, sizeof handler)) != 0) return err;
-        if ((err = v->StringToSymbol(handler, &sym)) != 0) return err;
-        IMoaDrMovie* movie = nullptr;
-        if ((err = f->player->GetActiveMovie(&movie)) != 0) return err;
-        MoaLong n = call->nargs > 1 ? call->nargs - 1 : 0;
-        err = movie->CallHandler(sym, n, &args[1], result);
-        movie->Release();
-        return err;
-      }
-      case m_resolve: {
-        if (f->player == nullptr) return v->IntegerToValue(-1, result);
-        char name[1024];
-        char path[1024];
-        if ((err = v->ValueToString(&args[0], name, sizeof name)) != 0) return err;
-        err = f->player->ResolveFileName(name, path, sizeof path);
-        return err != 0 ? v->IntegerToValue(err, result) : v->StringToValue(path, result);
-      }
       case m_hold:
         if (gHeld == nullptr) {
           err = pObj->QueryInterface(&IID_IMoaMmXScript, reinterpret_cast<void**>(&gHeld));
@@ -410,4 +280,3 @@ XTRA_EXPORT int32_t HostTestXtra_ToolInvocations() { return gToolInvocations; }
 XTRA_EXPORT void HostTestXtra_SetToolEnabled(int32_t enabled) { gToolEnabled = enabled; }
 XTRA_EXPORT void HostTestXtra_ReleaseHeld() { release(gHeld); }
 XTRA_EXPORT const MoaClassID* HostTestXtra_ScriptClass() { return &kScriptClass; }
-XTRA_EXPORT const MoaClassID* HostTestXtra_ToolClass() { return &kToolClass; }

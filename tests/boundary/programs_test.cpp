@@ -395,6 +395,7 @@ TEST_F(Handlers, FindAppAnswersTheHandlersDesktopFile) {
   EXPECT_EQ(text("tsFindApp", {Value(".txt")}), recorder);
   EXPECT_EQ(text("tsFindApp", {Value("MSIE")}), browser);
   EXPECT_EQ(text("tsFindApp", {Value(".tesselodd")}), "");
+  EXPECT_EQ(text("tsFindApp", {Value(".")}), "");  // a code, not an empty extension
   // A .desktop file runs as the application it describes (here with no documents).
   EXPECT_EQ(run(recorder, "", 0), 33);
   EXPECT_EQ(awaitFile(log("recorder")), "\n/dev/null\n/dev/null\nend\n");

@@ -12,13 +12,9 @@ using host::Value;
 class Clipboard : public XtraTest {
  protected:
   void SetUp() override {
-    if (!x11Available()) GTEST_SKIP() << "no X display";
+    if (!haveDisplay()) GTEST_SKIP() << "no X display";
     if (!haveProgram("xclip")) GTEST_SKIP() << "xclip is not installed";
     XtraTest::SetUp();
-  }
-  static bool x11Available() {
-    const char* d = std::getenv("DISPLAY");
-    return d != nullptr && *d != '\0';
   }
   std::optional<std::string> xclipOut(const std::string& target = "") {
     return run("timeout 5 xclip -o -selection clipboard" +
@@ -45,11 +41,10 @@ TEST_F(Clipboard, CopiedTextServesEveryTextTarget) {
   std::string targets = xclipOut("TARGETS").value_or("");
   for (const char* t : {"TARGETS", "UTF8_STRING", "STRING", "TEXT"})
     EXPECT_NE(targets.find(t), std::string::npos) << t;
-  // The module reads back its own copy too.
-  EXPECT_EQ(text("tsPasteText"), "h\xC3\xA9llo \xE2\x82\xAC");
+  // (The module reading back its own copy, an empty one too, is tsPasteText's example.)
 }
 
-TEST_F(Clipboard, LargeAndEmptyTexts) {
+TEST_F(Clipboard, LargeTextsTravelInSteps) {
   // A text beyond any single request travels in INCR steps; it is copied whole.
   std::string big;
   for (int i = 0; big.size() < 3'000'000; ++i) big += "line " + std::to_string(i) + "\n";
@@ -59,12 +54,7 @@ TEST_F(Clipboard, LargeAndEmptyTexts) {
   EXPECT_EQ(read->size(), big.size());
   EXPECT_TRUE(*read == big);
   EXPECT_EQ(text("tsPasteText"), "");  // too long to paste
-
-  // An empty text is owned and served as empty.
-  EXPECT_EQ(integer("tsCopyText", {Value("")}), 1);
-  EXPECT_EQ(xclipOut(), "");
-  EXPECT_NE(xclipOut("TARGETS").value_or("").find("UTF8_STRING"), std::string::npos);
-  EXPECT_EQ(text("tsPasteText"), "");
+  // (An empty text copied and pasted is tsPasteText's example.)
 }
 
 TEST_F(Clipboard, PastesWhatAnotherClientCopied) {

@@ -26,6 +26,11 @@ bool haveProgram(const std::string& name) {
   return run("command -v " + name + " >/dev/null 2>&1").has_value();
 }
 
+bool haveDisplay() {
+  const char* name = std::getenv("DISPLAY");
+  return name != nullptr && *name != '\0';
+}
+
 ScopedEnv::ScopedEnv(const char* name, std::optional<std::string> value) : name_(name) {
   if (const char* old = std::getenv(name)) saved_ = old;
   if (value) setenv(name, value->c_str(), 1);
@@ -47,9 +52,7 @@ bool eventually(const std::function<bool()>& condition, std::chrono::millisecond
 }
 
 TestDisplay::TestDisplay() {
-  const char* name = std::getenv("DISPLAY");
-  if (name == nullptr || *name == '\0') return;
-  display_ = XOpenDisplay(nullptr);
+  if (haveDisplay()) display_ = XOpenDisplay(nullptr);
 }
 
 TestDisplay::~TestDisplay() {

@@ -18,6 +18,9 @@ std::optional<std::string> run(const std::string& command);
 // Whether a program is on PATH.
 bool haveProgram(const std::string& name);
 
+// Whether $DISPLAY names an X display.
+bool haveDisplay();
+
 // Sets (or unsets, with nullopt) an environment variable until the end of the scope.
 class ScopedEnv {
  public:
@@ -33,7 +36,7 @@ class ScopedEnv {
 
 // Polls `condition` every 20 ms until it holds or `limit` passes.
 bool eventually(const std::function<bool()>& condition,
-                std::chrono::milliseconds limit = std::chrono::milliseconds(3000));
+                std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
 
 // The test's own connection to $DISPLAY. Xlib's error handlers are process-wide: open it after
 // the module has made a connection, so that the module's handlers (which record or ignore

@@ -48,8 +48,7 @@ std::string screenSize() {
 class Displays : public XtraTest {
  protected:
   void SetUp() override {
-    const char* d = std::getenv("DISPLAY");
-    if (d == nullptr || *d == '\0') GTEST_SKIP() << "no X display";
+    if (!haveDisplay()) GTEST_SKIP() << "no X display";
     if (!haveProgram("xrandr")) GTEST_SKIP() << "xrandr is not installed";
     XtraTest::SetUp();
     // The module's X error handlers are installed by its first connection, before the test's.
@@ -78,25 +77,20 @@ TEST_F(Displays, XvfbModesListSwitchAndTest) {
   std::vector<std::string> list = strings(call("tsMultiDisplayList"));
   ASSERT_EQ(list.size(), 2u);
   std::string id = list[0];
-  EXPECT_NE(id, "0");
   EXPECT_GE(std::stoi(list[1]), 3);
   EXPECT_EQ(info("primary", "primary"), id);
-  EXPECT_EQ(info("", "number"), "1");
-  EXPECT_EQ(info("", "second"), "");
   EXPECT_EQ(info(id, "width") + "x" + info(id, "height"), original);
   EXPECT_EQ(info("primary", "depth"), "32");
   std::vector<std::string> modes = strings(call("tsMultiDisplayInfo", {Value(id), Value("MODES")}));
-  ASSERT_EQ(modes.size() % 4, 0u);
   bool found = false;
   for (size_t i = 0; i < modes.size(); i += 4)
     found = found || (modes[i] == "800" && modes[i + 1] == "600" && modes[i + 2] == "32" &&
                       modes[i + 3] == "60");  // 40 MHz / (1056 x 628) = 60.3 Hz
   EXPECT_TRUE(found);
 
-  // "test" never switches.
+  // "test" never switches. (The number of displays, no second one, and "test" of a size no mode
+  // holds are the examples of tsMultiDisplayInfo and tsSetDisplay.)
   EXPECT_EQ(integer("tsSetDisplay", {Value(800), Value(600), Value(32), Value("Test"), Value(0)}), 0);
-  EXPECT_EQ(integer("tsSetDisplay", {Value(5000), Value(600), Value(32), Value("test"), Value(0)}),
-            -1);
   EXPECT_EQ(screenSize(), original);
   // No inexact switch for tsSetMultiDisplay.
   EXPECT_EQ(setMulti("primary", 900, 700, 32, 0), -1);
@@ -217,18 +211,11 @@ std::string redBluePicture(const TempDir& dir) {
   return dir.file("red-blue.ppm", data).string();
 }
 
-Pixmap rootPixmap(Display* d, const char* property) {
-  Atom type;
-  int format;
-  unsigned long n, after;
-  unsigned char* data = nullptr;
-  Pixmap p = None;
-  if (XGetWindowProperty(d, DefaultRootWindow(d), XInternAtom(d, property, False), 0, 1, False,
-                         XA_PIXMAP, &type, &format, &n, &after, &data) == Success &&
-      data != nullptr && n == 1)
-    p = *reinterpret_cast<Pixmap*>(data);
-  if (data != nullptr) XFree(data);
-  return p;
+// The pixmap a root window property names, as xprop shows it.
+Pixmap rootPixmap(const char* property) {
+  const std::string shown = run(std::string("xprop -root ") + property).value_or("");
+  const size_t at = shown.find("# 0x");
+  return at == std::string::npos ? None : std::stoul(shown.substr(at + 2), nullptr, 16);
 }
 
 TEST_F(Displays, WallpaperPixmapOutlivesTheHost) {
@@ -240,9 +227,9 @@ TEST_F(Displays, WallpaperPixmapOutlivesTheHost) {
   TestDisplay x;
   ASSERT_TRUE(x);
   Display* d = x.get();
-  Pixmap first = rootPixmap(d, "_XROOTPMAP_ID");
+  Pixmap first = rootPixmap("_XROOTPMAP_ID");
   ASSERT_NE(first, None);
-  EXPECT_EQ(rootPixmap(d, "ESETROOT_PMAP_ID"), first);
+  EXPECT_EQ(rootPixmap("ESETROOT_PMAP_ID"), first);
   // Covering the screen: the picture is scaled, its left half on the left of the screen.
   int w = DisplayWidth(d, DefaultScreen(d)), h = DisplayHeight(d, DefaultScreen(d));
   XImage* image = XGetImage(d, first, 0, 0, static_cast<unsigned>(w), static_cast<unsigned>(h),
@@ -258,19 +245,16 @@ TEST_F(Displays, WallpaperPixmapOutlivesTheHost) {
 
   // The next picture frees the previous one.
   EXPECT_EQ(integer("tsSetWallpaper", {Value(picture), Value(1)}), 0);
-  Pixmap second = rootPixmap(d, "_XROOTPMAP_ID");
+  Pixmap second = rootPixmap("_XROOTPMAP_ID");
   EXPECT_NE(second, first);
   Window root;
   int gx, gy;
   unsigned gw, gh, border, depth;
   EXPECT_FALSE(XGetGeometry(d, first, &root, &gx, &gy, &gw, &gh, &border, &depth));
   EXPECT_TRUE(XGetGeometry(d, second, &root, &gx, &gy, &gw, &gh, &border, &depth));
-
-  EXPECT_EQ(integer("tsSetWallpaper", {Value(dir.str() + "/missing.png"), Value(0)}), -43);
-  EXPECT_EQ(integer("tsSetWallpaper", {Value(dir.file("text.png", "not a picture").string()),
-                                       Value(0)}),
-            -1);
-  EXPECT_EQ(rootPixmap(d, "_XROOTPMAP_ID"), second);
+  // A file that is not a picture (-1, tsSetWallpaper's example) leaves the picture in place.
+  EXPECT_EQ(integer("tsSetWallpaper", {Value(dir.file("text.png", "text").string()), Value(0)}), -1);
+  EXPECT_EQ(rootPixmap("_XROOTPMAP_ID"), second);
 }
 
 // GNOME-family desktops draw their own background: the picture goes to GSettings too, and only

@@ -88,25 +88,17 @@ class FakeUi final : public platform::UiService {
   };
 };
 
-// Counts the bracket and answers the progress handler from a script.
+// Counts the bracket and records what the progress handler hears.
 class FakeHooks final : public platform::HostHooks {
  public:
-  int begun = 0, ended = 0, depth = 0, deepest = 0;
+  int begun = 0, ended = 0;
   std::vector<std::pair<int32_t, std::string>> handlerCalls;
-  int cancelAtCall = -1;  // handler call number (from 1) that answers a cancel
 
-  void beginWindow() override {
-    ++begun;
-    deepest = std::max(deepest, ++depth);
-  }
-  void endWindow() override {
-    ++ended;
-    --depth;
-  }
+  void beginWindow() override { ++begun; }
+  void endWindow() override { ++ended; }
   HandlerAnswer progressUpdate(int32_t value, const std::string& name) override {
     handlerCalls.emplace_back(value, name);
-    return static_cast<int>(handlerCalls.size()) == cancelAtCall ? HandlerAnswer::Cancel
-                                                                 : HandlerAnswer::Continue;
+    return HandlerAnswer::Continue;
   }
 };
 

@@ -8,57 +8,24 @@ namespace {
 
 using Mode = FileSpec::Mode;
 
-TEST(FileSpec, GeneralLanguageClassifiesByFirstCharacterAndLength) {
-  EXPECT_EQ(classifyFileSpec("").mode, Mode::All);
-  for (const char* all : {"*", "*.*", "ab", "txt"}) EXPECT_EQ(classifyFileSpec(all).mode, Mode::All) << all;
+// (Which FileSpecs list everything, an extension compared in any ASCII case, the type code that
+// "*.txt" is, and type codes needing Finder information are FileListings' rows on real files;
+// file_pattern_fuzz checks the classification, the spread of high bytes and the length rules
+// for any FileSpec and name.)
+TEST(FileSpec, CornersOfBothLanguages) {
   EXPECT_EQ(classifyFileSpec(".").mode, Mode::Extension);
   EXPECT_EQ(classifyFileSpec(".longer-than-four").mode, Mode::Extension);
-  // "*.txt" is a type code, '*.tx', that no real file has.
-  FileSpec star = classifyFileSpec("*.txt");
-  EXPECT_EQ(star.mode, Mode::TypeCode);
-  EXPECT_EQ(star.code, 0x2A2E7478u);
-  EXPECT_EQ(classifyFileSpec("TEXT").code, 0x54455854u);
-}
-
-TEST(FileSpec, ExtensionsCompareIgnoringAsciiCaseOnly) {
-  FileSpec txt = classifyFileSpec(".txt");
-  EXPECT_TRUE(specMatches(txt, "a.TXT", nullptr));
-  EXPECT_TRUE(specMatches(txt, ".txt", nullptr));  // as long as the FileSpec will do
-  EXPECT_FALSE(specMatches(txt, "txt", nullptr));
-  EXPECT_FALSE(specMatches(txt, "a.txt.bak", nullptr));
+  EXPECT_EQ(classifyFileSpec("*.txt").code, 0x2A2E7478u);
   // Bytes beyond ASCII are compared as they are.
   FileSpec accented = classifyFileSpec(".\xC3\xA9");
   EXPECT_TRUE(specMatches(accented, "x.\xC3\xA9", nullptr));
   EXPECT_FALSE(specMatches(accented, "X.\xC3\x89", nullptr));
-}
-
-TEST(FileSpec, TypeCodesNeedFinderInformationAndMatchExactly) {
-  FileSpec text = classifyFileSpec("TEXTual");
-  uint32_t type = 0x54455854;
-  EXPECT_TRUE(specMatches(text, "anything", &type));
-  EXPECT_FALSE(specMatches(text, "anything", nullptr));
-  uint32_t lower = 0x74657874;
-  EXPECT_FALSE(specMatches(text, "anything", &lower));
-}
-
-TEST(FileSpec, HighBytesAfterTheFirstSpreadOverTheBytesAbove) {
-  EXPECT_EQ(classifyFileSpec("\xB5" "doc").code, 0xB5646F63u);  // the first byte stays as it is
-  EXPECT_EQ(classifyFileSpec("a\x80" "bc").code, 0xFF806263u);
-  EXPECT_EQ(classifyListType("ab\xE9" "d").code, 0xFFFFE964u);
-}
-
-TEST(FileSpec, ListLanguageHasItsOwnRules) {
-  for (const char* all : {"*.*", "*.*", "", "*", "x", "ab", "abc", "*.*"})
-    EXPECT_EQ(classifyListType(all).mode, Mode::All) << all;
-  EXPECT_EQ(classifyListType("*.*").mode, Mode::All);
-  FileSpec txt = classifyListType("*.TXT");
-  ASSERT_EQ(txt.mode, Mode::Extension);
-  EXPECT_TRUE(specMatches(txt, "b.txt", nullptr));
-  EXPECT_FALSE(specMatches(txt, ".txt", nullptr));  // strictly longer than ".txt"
+  uint32_t lower = 0x74657874;  // "text": type codes match exactly
+  EXPECT_FALSE(specMatches(classifyFileSpec("TEXTual"), "anything", &lower));
+  // The list language: "*." is the empty extension; ".txt" is no extension but a type code.
   FileSpec star = classifyListType("*.");
   EXPECT_EQ(star.mode, Mode::Extension);
   EXPECT_TRUE(specMatches(star, "name.", nullptr));
-  // ".txt" is no extension here: four characters make a type code.
   EXPECT_EQ(classifyListType(".txt").mode, Mode::TypeCode);
   EXPECT_EQ(classifyListType("TEXT").code, 0x54455854u);
 }

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "formats/cipher.h"
+#include "paths_test_support.h"
 
 namespace tessel::formats {
 namespace {
@@ -17,41 +18,24 @@ std::string randomText(std::mt19937& rng, size_t n) {
   return s;
 }
 
-TEST(TextCipher, ArmourLengthsAndAlphabet) {
-  EXPECT_EQ(encryptText("", "key"), "````");
-  EXPECT_EQ(encryptText("", ""), "````");
-  for (auto [n, expected] : {std::pair{3, 8}, {4, 8}, {5, 8}, {6, 12}, {1, 4}, {2, 4}})
-    EXPECT_EQ(encryptText(std::string(static_cast<size_t>(n), 'a'), "secret").size(),
-              static_cast<size_t>(expected)) << n;
-  // Every character lies in "!".."`"; a length that is a multiple of 3 ends in a whole "````".
-  std::string cipher = encryptText("abcdef", "k");
-  for (char c : cipher) EXPECT_TRUE(c >= '!' && c <= '`') << cipher;
-  EXPECT_EQ(cipher.substr(8), "````");
+// (The armour's length and alphabet, and the round trip of any text under any key, are
+// armour_fuzz's checks; an empty text's "````" is tsEncryptText's example.)
+TEST(TextCipher, ArmourEndAndLimits) {
+  // A length that is a multiple of 3 ends in a whole "````".
+  EXPECT_EQ(encryptText("abcdef", "k").substr(8), "````");
   // Plain text beyond 24001 characters is cut.
   EXPECT_EQ(encryptText(std::string(30000, 'x'), "k").size(), 4u * (24001 / 3 + 1));
-}
-
-TEST(TextCipher, RoundTripsForAnyTextAndKey) {
-  std::mt19937 rng(7);
-  for (size_t n : {0u, 1u, 2u, 3u, 20u, 21u, 22u, 999u, 24000u, 24001u}) {
-    std::string text = randomText(rng, n);
-    std::string key = randomText(rng, 1 + n % 40);
-    std::string cipher = encryptText(text, key);
-    EXPECT_EQ(decryptText(cipher, key), text) << n;
-    if (n > 0) {
-      std::string wrong = decryptText(cipher, key + "x");
-      EXPECT_EQ(wrong.size(), text.size());
-    }
-  }
   // A long key works beyond the mask's 21 bytes and up to 500.
+  std::mt19937 rng(7);
   std::string text = randomText(rng, 3000);
   std::string key = randomText(rng, 700);
   EXPECT_EQ(decryptText(encryptText(text, key), key), text);
+  // A wrong key gives other characters of the same length.
+  EXPECT_EQ(decryptText(encryptText(text, key), key + "x").size(), text.size());
 }
 
 TEST(TextCipher, EffectiveKeyAndUnchangedBytes) {
   const auto& mask = cipherMask();
-  for (uint8_t b : mask) EXPECT_NE(b, 0);
   // A key byte equal to the mask byte at its position ends the effective key there.
   std::string key = "abc";
   key += static_cast<char>(mask[3]);
@@ -76,9 +60,7 @@ TEST(TextCipher, EffectiveKeyAndUnchangedBytes) {
 TEST(TextCipher, MalformedCipherTextDecodesByTheSameArithmetic) {
   // "````" decodes to zero bytes: the plain text ends there.
   EXPECT_EQ(decryptText("````abcd", ""), "");
-  // Characters outside the alphabet go through the arithmetic too.
-  std::string odd = decryptText("\x01\x7F\xFFzzz~~~", "");
-  EXPECT_EQ(odd.find('\0'), std::string::npos);
+  // (Any characters decode without a zero byte: armour_fuzz's check.)
   EXPECT_EQ(decryptText("!!!!", ""), std::string("\x04\x10\x41", 3) + "\x82\x08\x20");
   // (The group after the end reads zero characters, which decode to 0x82 0x08 0x20, not to
   // zero bytes; a real cipher text ends in a zero byte before it.)
@@ -87,37 +69,18 @@ TEST(TextCipher, MalformedCipherTextDecodesByTheSameArithmetic) {
   EXPECT_EQ(decryptText(big + std::string(1000, '!'), "k"), std::string(24001, 'a'));
 }
 
-class FileCipher : public ::testing::Test {
- protected:
-  void SetUp() override {
-    dir_ = std::filesystem::temp_directory_path() /
-           ("cipher-" + std::to_string(::getpid()) + "-" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(dir_);
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-  std::string write(const std::string& name, const std::string& data) {
-    std::string path = (dir_ / name).string();
-    std::ofstream(path, std::ios::binary) << data;
-    return path;
-  }
-  static std::string read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
-  std::filesystem::path dir_;
-};
-
-TEST_F(FileCipher, KeyPhaseRestartsEvery2000BytesAndTwiceRestores) {
+TEST(FileCipher, KeyPhaseRestartsEvery2000BytesAndTwiceRestores) {
+  testing::ScratchFolder dir;
   std::mt19937 rng(3);
   std::string data(3 * 1024000 + 4567, '\0');  // several I/O blocks and a partial one
   for (char& c : data) c = static_cast<char>(rng());
-  std::string path = write("big.bin", data);
+  std::string path = dir.file("big.bin", data);
   const std::string key = "abcdefg";  // 7 does not divide 2000: the phase restart is visible
   const std::string k = effectiveKey(key, kFileKeyLen);
 
   ASSERT_EQ(encryptFile(path, key), 1);
-  std::string once = read(path);
+  std::ifstream in(path, std::ios::binary);
+  std::string once(std::istreambuf_iterator<char>(in), {});
   ASSERT_EQ(once.size(), data.size());
   for (size_t p : {size_t{0}, size_t{1999}, size_t{2000}, size_t{2001}, size_t{1023999},
                    size_t{1024000}, size_t{2048003}, data.size() - 1}) {
@@ -125,7 +88,8 @@ TEST_F(FileCipher, KeyPhaseRestartsEvery2000BytesAndTwiceRestores) {
     EXPECT_EQ(once[p], expected) << p;
   }
   ASSERT_EQ(encryptFile(path, key), 1);
-  EXPECT_TRUE(read(path) == data);
+  std::ifstream again(path, std::ios::binary);
+  EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(again), {}) == data);
 }
 
 }  // namespace

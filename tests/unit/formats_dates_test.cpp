@@ -26,22 +26,19 @@ DateFields inYear(int year) {
   return f;
 }
 
+// (The padded codes, the names of days and months, "%%" and an unknown code are
+// Formats.SystemTimeAgreesWithTheClock's, against strftime, and tsSystemTime's example.)
 TEST(PercentLanguage, CodesPaddingAndUnknowns) {
   const DateFields f = march5();
   EXPECT_EQ(expandPercentFormat("%d/%m/%Y", f), "5/3/2026");
-  EXPECT_EQ(expandPercentFormat("%0d/%0m/%y", f), "05/03/26");
-  EXPECT_EQ(expandPercentFormat("%H:%M:%S %0H:%0M:%0S", march5(9, 5, 3)), "9:5:3 09:05:03");
-  EXPECT_EQ(expandPercentFormat("%A %a %B %b", f), "Thursday Thu March Mar");
+  EXPECT_EQ(expandPercentFormat("%H:%M:%S", march5(9, 5, 3)), "9:5:3");
   EXPECT_EQ(expandPercentFormat("%j %0j %w %0w", f), "64 064 4 04");
   // The 12-hour clock: midnight is 12, afternoon hours count from 1.
   EXPECT_EQ(expandPercentFormat("%I", march5(0, 30)), "12");
   EXPECT_EQ(expandPercentFormat("%I", march5(13, 30)), "1");
   EXPECT_EQ(expandPercentFormat("%I %0I", march5(12)), "12 12");
   EXPECT_EQ(expandPercentFormat("%0I", march5(9)), "09");
-  EXPECT_EQ(expandPercentFormat("%0I", march5(0)), "12");
-  // Unknown codes, padded forms without one, a final "%" and "%0" give nothing.
-  EXPECT_EQ(expandPercentFormat("a%qb", f), "ab");
-  EXPECT_EQ(expandPercentFormat("100%%", f), "100%");
+  // Padded forms without one, a final "%" and "%0" give nothing.
   EXPECT_EQ(expandPercentFormat("x%0y%0Y%0B%0%y", f), "xy");
   EXPECT_EQ(expandPercentFormat("end%", f), "end");
   EXPECT_EQ(expandPercentFormat("end%0", f), "end");
@@ -58,28 +55,21 @@ TEST(PercentLanguage, TwoDigitYearsAndLimits) {
   EXPECT_EQ(expandPercentFormat("%Y", inYear(987)), "0987");
   // The result stays within 256 characters, cutting inside an expansion.
   std::string many;
-  for (int i = 0; i < 40; ++i) many += "%B";
+  for (int i = 0; i < 70; ++i) many += "%B";
   std::string out = expandPercentFormat(many, march5());
-  EXPECT_EQ(out.size(), 200u);  // "March" × 40
-  for (int i = 0; i < 30; ++i) many += "%B";
-  out = expandPercentFormat(many, march5());
   ASSERT_EQ(out.size(), 256u);
   EXPECT_EQ(out.substr(250), "MarchM");
 }
 
+// ("date" and "TIME" are Formats.SystemTimeAgreesWithTheClock's, through the host.)
 TEST(SystemTimeFormat, DateAndTimeWords) {
-  const DateFields f = march5(9, 30, 5);
-  EXPECT_EQ(formatSystemTime("date", f), "20260305");
-  EXPECT_EQ(formatSystemTime("DATE", f), "20260305");
-  EXPECT_EQ(formatSystemTime("Time", f), "093005");
-  EXPECT_EQ(formatSystemTime("dates", f), "dates");  // not the whole word: the percent language
-  EXPECT_EQ(formatSystemTime("", f), "");
+  EXPECT_EQ(formatSystemTime("dates", march5()), "dates");  // not the whole word: percent codes
+  EXPECT_EQ(formatSystemTime("", march5()), "");
 }
 
+// ("dd.mm.yyyy", "dddd d mmmm yy", "hh:nn:ss" and "h:n:s" are Formats.FileDatesAndAges'.)
 TEST(TokenLanguages, DateTokens) {
   const DateFields f = march5();
-  EXPECT_EQ(expandDateTokens("dd.mm.yyyy ", f), "05.03.2026 ");
-  EXPECT_EQ(expandDateTokens("d/m/yy", f), "5/3/26");
   EXPECT_EQ(expandDateTokens("DDDD, MMMM D", f), "Thursday, March 5");
   EXPECT_EQ(expandDateTokens("ddd mmm", f), "Thu Mar");
   // Every d and y is a token: of "Day: dd" only "a", ":" and " " are copied.
@@ -96,8 +86,6 @@ TEST(TokenLanguages, DateTokens) {
 }
 
 TEST(TokenLanguages, TimeTokensAndLimits) {
-  EXPECT_EQ(expandTimeTokens("hh:nn:ss", march5()), "14:07:09");
-  EXPECT_EQ(expandTimeTokens("h:n:s", march5(4, 5, 6)), "4:5:6");
   EXPECT_EQ(expandTimeTokens("HH:NN:SS", march5(4, 5, 6)), "04:05:06");
   // "hhh" is "hh" then "h"; date letters are copied.
   EXPECT_EQ(expandTimeTokens("hhh", march5(4)), "044");
@@ -105,19 +93,13 @@ TEST(TokenLanguages, TimeTokensAndLimits) {
   EXPECT_EQ(expandDateTokens(std::string(400, 'x'), march5(), 300).size(), 300u);
 }
 
-TEST(LocalTime, FieldsAndStampsFollowTheTimeZone) {
+// (Local fields and stamps in a time zone of their own are Formats.FileDatesAndAges', through the
+// host.)
+TEST(LocalTime, StampsBeyond2040WrapIn32Bits) {
   const char* saved = std::getenv("TZ");
   std::string previous = saved != nullptr ? saved : "";
   ::setenv("TZ", "XST-5:30", 1);  // 5 h 30 east of UTC, no daylight saving
   ::tzset();
-  const time_t t = 1772719629;  // 2026-03-05 14:07:09 UTC
-  DateFields f = localFields(t);
-  EXPECT_EQ(expandDateTokens("yyyy-mm-dd ", f) + expandTimeTokens("hh:nn:ss", f),
-            "2026-03-05 19:37:09");
-  EXPECT_EQ(f.weekday, 5);
-  EXPECT_EQ(f.yearDay, 64);
-  EXPECT_EQ(localStamp1904(t), static_cast<uint32_t>(t + 19800 + 2082844800LL));
-  // Stamps beyond 2040 wrap in 32 bits.
   EXPECT_EQ(localStamp1904(static_cast<time_t>(4000000000LL)),
             static_cast<uint32_t>(4000000000LL + 19800 + 2082844800LL));
   if (saved != nullptr)

@@ -10,7 +10,7 @@ namespace {
 using files::ProgressRun;
 using testing::FakeDialogSession;
 
-TEST(ProgressRun, PercentOfTheWholeJobAndTheHandlerFilter) {
+TEST(ProgressRun, PercentOfTheWholeJobInTheWindow) {
   FakeDialogSession desktop;
   ProgressRun run("Copying", "Stop", files::kProgressCallLingo, 4 * 64512.0);
   EXPECT_TRUE(run.beginFile("a.bin", 2 * 64512));  // every file is announced, 0 included
@@ -20,16 +20,12 @@ TEST(ProgressRun, PercentOfTheWholeJobAndTheHandlerFilter) {
   EXPECT_TRUE(run.block(64512));                     // 75
   EXPECT_TRUE(run.block(64512));                     // 100
   run.finish(true);
-  using Call = std::pair<int32_t, std::string>;
-  EXPECT_EQ(desktop.hooks.handlerCalls,
-            (std::vector<Call>{{0, "a.bin"}, {25, "a.bin"}, {50, "a.bin"}, {50, "b.bin"},
-                               {75, "b.bin"}, {100, "b.bin"}}));
+  // (What the handler hears is CopyEngine.ProgressHandlerHearsEveryFileAtItsStart's.)
   EXPECT_EQ(desktop.ui->progress.names, (std::vector<std::string>{"a.bin", "b.bin"}));
   EXPECT_EQ(desktop.ui->progress.percents, (std::vector<int32_t>{25, 50, 75, 100, 100}));
   EXPECT_FALSE(desktop.ui->progress.open);
   EXPECT_EQ(desktop.ui->pausedMs, 416);  // 25 ticks after a single file
-  EXPECT_EQ(desktop.hooks.begun, 1);
-  EXPECT_EQ(desktop.hooks.ended, 1);
+  // (One bracket around the window is Dialogs.ProgressCopyWindowHandlerAndCancel's.)
 }
 
 TEST(ProgressRun, KilobytesTruncatedAndNeverBeyondTheTotal) {
@@ -45,25 +41,10 @@ TEST(ProgressRun, KilobytesTruncatedAndNeverBeyondTheTotal) {
   EXPECT_EQ(desktop.hooks.handlerCalls,
             (std::vector<Call>{{0, "f"}, {65, "f"}, {130, "f"}, {150, "f"}}));
   EXPECT_EQ(run.percent(), 100);
-  // Flags 8: no window and no bracket.
+  // Flags 8: no window (and no bracket: CopyEngine.ProgressCopiesFollowTheirHandler).
   EXPECT_EQ(desktop.ui->progress.opened, 0);
   run.finish(true);
-  EXPECT_EQ(desktop.hooks.begun, 0);
   EXPECT_EQ(desktop.ui->pausedMs, 0);
-}
-
-TEST(ProgressRun, BlocksOnlyForSomeoneWatching) {
-  FakeDialogSession desktop;
-  ProgressRun handlerOnly("", "", files::kProgressNoWindow | files::kProgressCallLingo, 1);
-  handlerOnly.beginFile("f", 1);
-  EXPECT_EQ(handlerOnly.blockSize(), 64512u);
-  ProgressRun windowOnly("", "", 0, 1);
-  windowOnly.beginFile("f", 1);
-  EXPECT_EQ(windowOnly.blockSize(), 64512u);
-  windowOnly.finish(false);
-  ProgressRun nobody("", "", files::kProgressNoWindow, 1);
-  nobody.beginFile("f", 1);
-  EXPECT_EQ(nobody.blockSize(), 0u);
 }
 
 TEST(ProgressRun, ButtonOrHandlerCancels) {
@@ -81,14 +62,7 @@ TEST(ProgressRun, ButtonOrHandlerCancels) {
     EXPECT_EQ(desktop.ui->progress.percents, (std::vector<int32_t>{6, 12}));
     EXPECT_EQ(desktop.ui->pausedMs, 0);
   }
-  {
-    FakeDialogSession desktop;
-    desktop.hooks.cancelAtCall = 1;
-    ProgressRun run("", "", files::kProgressCallLingo | files::kProgressNoWindow, 100);
-    EXPECT_FALSE(run.beginFile("f", 100));  // the handler's first answer, as the file starts
-    EXPECT_FALSE(run.block(1));
-    EXPECT_EQ(desktop.hooks.handlerCalls.size(), 1u);
-  }
+  // (A handler's cancel is CopyEngine.ProgressCopiesFollowTheirHandler's.)
   {
     // No display: the copy runs without a window and still calls the handler.
     FakeDialogSession desktop;

@@ -76,13 +76,12 @@ TEST_F(DisplaysTest, SelectorsPrimarySecondAndNumbers) {
   add(70, false, {mode(1, 1024, 768)});
   add(81, true, {mode(2, 1920, 1080)}, 1024);
   const auto& list = fake->list;
-  EXPECT_EQ(selectDisplay("primary", list), 81u);
+  // ("primary", "second", "Second screen" and numbers on two real outputs are
+  // Displays.TwoOutputsOnXorgDummy's.)
   EXPECT_EQ(selectDisplay("PRIMARY", list), 81u);
   EXPECT_EQ(selectDisplay("primary display", list), 0u);  // "primary" is a whole word
   EXPECT_EQ(selectDisplay("second", list), 81u);           // the second in list order
-  EXPECT_EQ(selectDisplay("SECONDARY", list), 81u);        // six letters are enough
-  EXPECT_EQ(selectDisplay("secon", list), 0u);
-  EXPECT_EQ(selectDisplay("70", list), 70u);
+  EXPECT_EQ(selectDisplay("secon", list), 0u);             // six letters are needed
   EXPECT_EQ(selectDisplay("70abc", list), 70u);
   EXPECT_EQ(selectDisplay("abc", list), 0u);
   EXPECT_EQ(selectDisplay("99999999999", list), 0xFFFFFFFFu);
@@ -95,18 +94,15 @@ TEST_F(DisplaysTest, SelectorsPrimarySecondAndNumbers) {
   EXPECT_EQ(selectDisplay("primary", one), 70u);
 }
 
-// (The info words on real servers, one output and two, are the desktop tests'.)
+// (The info words on real servers, one output and two, are the desktop tests'; "second" on one
+// display reading as zeros is tsMultiDisplayInfo's example.)
 TEST_F(DisplaysTest, InfoWordsOnlyAFakeCanShow) {
   add(70, true, {mode(1, 1024, 768, 75), mode(3, 800, 600, 0)});
-  // One display: "second" as a display names display 0, which reads as zeros.
-  EXPECT_EQ(info("second", "width"), "0");
   EXPECT_EQ(info("70", "colour"), "");
   auto modes = std::get<std::vector<std::string>>(multiDisplayInfo("primary", "Modes"));
   EXPECT_EQ(modes, (std::vector<std::string>{"1024", "768", "32", "75", "800", "600", "32", "0"}));
   // "modes" is a list even for a display that does not exist.
   EXPECT_TRUE(std::get<std::vector<std::string>>(multiDisplayInfo("5", "modes")).empty());
-  add(90, false, {mode(5, 1280, 1024)}, 1024);
-  EXPECT_EQ(multiDisplayList(), (std::vector<std::string>{"70", "2", "90", "1"}));
 }
 
 TEST_F(DisplaysTest, ModeSearchExactFallbackAndCandidates) {
@@ -138,29 +134,17 @@ TEST_F(DisplaysTest, ModeSearchExactFallbackAndCandidates) {
   std::vector<DisplayMode> many;
   for (int i = 0; i < 60; ++i) many.push_back(mode(static_cast<uint64_t>(i + 1), 2000 + i, 2000));
   EXPECT_EQ(searchModes(many, 100, 100, 16).candidates.size(), kMaxCandidates);
-
-  EXPECT_TRUE(depthMatches(24, 32));
-  EXPECT_TRUE(depthMatches(32, 32));
-  EXPECT_FALSE(depthMatches(16, 32));
+  // (24 bits match a mode of 32 on Xvfb, 16 do not in SetMultiDisplayRefreshRates.)
   EXPECT_TRUE(depthMatches(16, 16));
 }
 
-TEST_F(DisplaysTest, SetDisplayTestsSwitchesAndFallsBack) {
+// (Exact switches, the smallest mode holding the size and "test" on Xvfb's modes are
+// Displays.XvfbModesListSwitchAndTest's.)
+TEST_F(DisplaysTest, SetDisplayTriesTheCandidatesInOrder) {
   add(7, true, {mode(1, 1920, 1080), mode(2, 1280, 1024), mode(3, 1024, 768)});
-  // "test" never switches, whatever it answers.
-  EXPECT_EQ(setDisplay(1024, 768, 32, "TEST", 0), 0);
-  EXPECT_EQ(setDisplay(1000, 700, 32, "test", 0), 0);
-  EXPECT_EQ(setDisplay(3000, 2000, 32, "test", 0), -1);
   EXPECT_EQ(setDisplay(640, 480, 8, "test", 0), 0);  // candidates of another depth
   EXPECT_TRUE(fake->switches.empty());
-
-  EXPECT_EQ(setDisplay(1024, 768, 24, "", 0), 0);
-  EXPECT_EQ(fake->switches.back(), (std::pair<uint32_t, uint64_t>{7, 3}));
-  EXPECT_EQ(setDisplay(1100, 900, 32, "", 0), 0);  // the smallest mode holding 1100x900
-  EXPECT_EQ(fake->switches.back().second, 2u);
-
   // No mode of that depth: the candidates are tried in order until one is accepted.
-  fake->switches.clear();
   fake->refused[1] = true;
   EXPECT_EQ(setDisplay(1200, 1000, 8, "", 0), 0);
   EXPECT_EQ(fake->switches, (std::vector<std::pair<uint32_t, uint64_t>>{{7, 1}, {7, 2}}));
@@ -170,38 +154,27 @@ TEST_F(DisplaysTest, SetDisplayTestsSwitchesAndFallsBack) {
   EXPECT_EQ(setDisplay(1280, 1024, 32, "", 0), -1);
 }
 
-TEST_F(DisplaysTest, SetMultiDisplayNeedsAnExactMode) {
+// (No inexact switch, exact switches of either output and the data read again after them are
+// Displays.TwoOutputsOnXorgDummy's.)
+TEST_F(DisplaysTest, SetMultiDisplayRefreshRates) {
   add(7, true, {mode(1, 1280, 1024, 75), mode(2, 1280, 1024, 60), mode(3, 1024, 768, 60)});
   add(9, false, {mode(4, 800, 600, 60), mode(5, 640, 480, 60)}, 1280);
-  EXPECT_EQ(setMultiDisplay("primary", 1100, 900, 32, 0, "", 0), -1);  // no inexact switch
-  EXPECT_EQ(setMultiDisplay("42", 800, 600, 32, 0, "", 0), -1);        // no such display
-  EXPECT_TRUE(fake->switches.empty());
+  EXPECT_EQ(setMultiDisplay("42", 800, 600, 32, 0, "", 0), -1);  // no such display
 
   EXPECT_EQ(setMultiDisplay("primary", 1280, 1024, 32, 60, "", 0), 0);
   EXPECT_EQ(fake->switches.back().second, 2u);
   // A refresh rate that is not offered falls back to the size and depth alone.
   EXPECT_EQ(setMultiDisplay("7", 1024, 768, 32, 85, "", 0), 0);
   EXPECT_EQ(fake->switches.back().second, 3u);
-  EXPECT_EQ(setMultiDisplay("second", 640, 480, 24, 0, "", 0), 0);
-  EXPECT_EQ(fake->switches.back(), (std::pair<uint32_t, uint64_t>{9, 5}));
-  // The data is read again after a switch.
-  EXPECT_EQ(info("second", "width"), "640");
   EXPECT_EQ(setMultiDisplay("second", 640, 480, 16, 0, "", 0), -1);
 }
 
+// (50, 150, below 0, two channels' mean and a mono sink are the Sound tests', against pactl.)
 TEST(SoundScaling, LevelsAndPercentages) {
   using platform::kNormalVolume;
-  EXPECT_EQ(levelForVolume(100), kNormalVolume);
-  EXPECT_EQ(levelForVolume(50), kNormalVolume / 2);
   EXPECT_EQ(levelForVolume(30), 19661u);  // 0.30 of the normal level, rounded
-  EXPECT_EQ(levelForVolume(0), 0u);
-  EXPECT_EQ(levelForVolume(-20), 0u);
-  EXPECT_EQ(levelForVolume(150), kNormalVolume * 3 / 2);  // amplified
   EXPECT_EQ(levelForVolume(0x7fffffff), platform::kMaxVolume);
-
-  EXPECT_EQ(volumeFromLevels({levelForVolume(30), levelForVolume(50)}), 40);
   EXPECT_EQ(volumeFromLevels({levelForVolume(30), levelForVolume(51)}), 40);  // truncated
-  EXPECT_EQ(volumeFromLevels({levelForVolume(50)}), 50);  // mono counts twice
   EXPECT_EQ(volumeFromLevels({}), 0);
   // Every Lingo volume reads back as itself (a per-channel rounding, as the server's tools show).
   for (int32_t v = 0; v <= 150; ++v) EXPECT_EQ(volumeFromLevels({levelForVolume(v), levelForVolume(v)}), v);

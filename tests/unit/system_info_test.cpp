@@ -1,12 +1,11 @@
-// The environment information tables against a fake environment and a fake launcher.
+// The environment information tables against a fake environment. (tsFindApp's codes are
+// Handlers.FindAppAnswersTheHandlersDesktopFile's and its example's, against real handlers.)
 #include <gtest/gtest.h>
 
 #include <map>
 
 #include "support/four_char_code.h"
-#include "paths/paths.h"
 #include "platform/environment.h"
-#include "platform/launcher.h"
 #include "system/version_info.h"
 
 namespace tessel::system {
@@ -37,161 +36,103 @@ struct FakeEnvironment : platform::EnvironmentService {
   std::string moduleFolder() override { return ""; }
 };
 
-struct FakeLauncher : platform::LauncherService {
-  std::map<std::string, std::string> extensions;  // extension -> type
-  std::map<std::string, std::string> defaults;    // type -> .desktop file
-  std::vector<std::string> asked;
-
-  std::optional<int32_t> spawn(const std::string&, const std::vector<std::string>&,
-                               bool) override {
-    return std::nullopt;
-  }
-  std::optional<int32_t> launchDesktopFile(const std::string&, const std::vector<std::string>&,
-                                           bool) override {
-    return std::nullopt;
-  }
-  int runShell(const std::string&) override { return -1; }
-  std::string contentTypeForExtension(const std::string& e) override {
-    asked.push_back("ext:" + e);
-    auto it = extensions.find(e);
-    return it == extensions.end() ? "" : it->second;
-  }
-  std::string defaultApplication(const std::string& type) override {
-    asked.push_back("type:" + type);
-    auto it = defaults.find(type);
-    return it == defaults.end() ? "" : it->second;
-  }
-  bool openDocument(const std::string&) override { return false; }
-  bool openURL(const std::string&) override { return false; }
-  int32_t printFile(const std::string&, const std::string&) override { return 0; }
-};
-
 class SystemInfo : public ::testing::Test {
  protected:
   void SetUp() override {
     auto e = std::make_unique<FakeEnvironment>();
     env = e.get();
     savedEnv = platform::setEnvironmentService(std::move(e));
-    auto l = std::make_unique<FakeLauncher>();
-    launcher = l.get();
-    savedLauncher = platform::setLauncherService(std::move(l));
   }
-  void TearDown() override {
-    platform::setEnvironmentService(std::move(savedEnv));
-    platform::setLauncherService(std::move(savedLauncher));
-    paths::setReturnUnixNames(false);
-  }
+  void TearDown() override { platform::setEnvironmentService(std::move(savedEnv)); }
   static uint32_t sel(const char* text) { return support::readFourCharCode(text); }
 
   FakeEnvironment* env = nullptr;
-  FakeLauncher* launcher = nullptr;
   std::unique_ptr<platform::EnvironmentService> savedEnv;
-  std::unique_ptr<platform::LauncherService> savedLauncher;
 };
 
 TEST(ComponentVersionText, DigitsLettersAndTheTrailingZeroRule) {
-  EXPECT_EQ(componentVersionText(0x07200000), "7.2.0");
-  EXPECT_EQ(componentVersionText(0x06500000), "6.5.0");
-  EXPECT_EQ(componentVersionText(0x07000000), "7.0");
-  EXPECT_EQ(componentVersionText(0x04100000), "4.1.0");
-  EXPECT_EQ(componentVersionText(0x07010000), "7.0.1");
-  // Letters become their decimal values; 6.10.0 also ends in "0.0".
-  EXPECT_EQ(componentVersionText(0x06a00000), "6.10");
-  EXPECT_EQ(componentVersionText(0x0fff1234), "15.15.15");
-  // Only the high word counts; short texts keep their zeros.
-  EXPECT_EQ(componentVersionText(0x0000ffff), "0");
-  EXPECT_EQ(componentVersionText(0x00100000), "1.0");
+  // Letters become their decimal values (6.10.0 also ends in "0.0"); only the high word counts;
+  // short texts keep their zeros.
+  const std::pair<uint32_t, const char*> rows[] = {
+      {0x07200000, "7.2.0"}, {0x07000000, "7.0"}, {0x07010000, "7.0.1"}, {0x06a00000, "6.10"},
+      {0x0fff1234, "15.15.15"}, {0x0000ffff, "0"}, {0x00100000, "1.0"}};
+  for (auto [number, text] : rows) EXPECT_EQ(componentVersionText(number), text) << text;
 }
 
+// Rows: the kernel release, then sysv, sys1..sys3 and "mac". Binary-coded decimal, minor and
+// patch capped at 9; a patch of 0 is left out of the text and still an answer. (The words "OS",
+// "qt", "osx" and "classic" are tsVersion's example.)
 TEST_F(SystemInfo, KernelSelectorsAndVersionTexts) {
-  env->release = "6.12.3-amd64";
-  // Binary-coded decimal, minor and patch capped at 9.
-  EXPECT_EQ(gestalt(sel("sysv")), 0x0693);
-  EXPECT_EQ(gestalt(sel("sys1")), 6);
-  EXPECT_EQ(gestalt(sel("sys2")), 12);
-  EXPECT_EQ(gestalt(sel("sys3")), 3);
-  EXPECT_EQ(version("mac"), "6.12.3");
-  EXPECT_EQ(version("OS"), "Linux");
-  EXPECT_EQ(version("os"), "Linux");
-  EXPECT_EQ(version("osx"), "");
-  EXPECT_EQ(version("qt"), "");
+  struct Row {
+    const char* release;
+    int32_t sysv, sys1, sys2, sys3;
+    const char* mac;
+  };
+  const Row rows[] = {{"6.12.3-amd64", 0x0693, 6, 12, 3, "6.12.3"},
+                      {"10.3.9", 0x1039, 10, 3, 9, "10.3.9"},
+                      {"5.4-rc1", 0x0540, 5, 4, 0, "5.4"},
+                      {"6.1.0-18-amd64", 0x0610, 6, 1, 0, "6.1"}};
+  for (const Row& r : rows) {
+    env->release = r.release;
+    EXPECT_EQ(gestalt(sel("sysv")), r.sysv) << r.release;
+    EXPECT_EQ(gestalt(sel("sys1")), r.sys1) << r.release;
+    EXPECT_EQ(gestalt(sel("sys2")), r.sys2) << r.release;
+    EXPECT_EQ(gestalt(sel("sys3")), r.sys3) << r.release;
+    EXPECT_EQ(gestaltExists(sel("sys3")), 1) << r.release;
+    EXPECT_EQ(version("Mac"), r.mac) << r.release;
+  }
   EXPECT_EQ(version("QT3"), "");
-  EXPECT_EQ(version("classic"), "0");
   EXPECT_EQ(version(""), "");
-
-  env->release = "10.3.9";
-  EXPECT_EQ(gestalt(sel("sysv")), 0x1039);
-  env->release = "5.4-rc1";
-  EXPECT_EQ(version("mac"), "5.4");
-
-  // A patch number of 0 leaves it out, and is still an answer.
-  env->release = "6.1.0-18-amd64";
-  EXPECT_EQ(version("Mac"), "6.1");
-  EXPECT_EQ(gestalt(sel("sys3")), 0);
-  EXPECT_EQ(gestaltExists(sel("sys3")), 1);
-
   // No kernel version: nothing answers, and "mac" counts from zero.
   env->release = "";
   EXPECT_EQ(gestaltExists(sel("sysv")), 0);
   EXPECT_EQ(version("mac"), "0.0");
 }
 
-TEST_F(SystemInfo, OnlyTheDocumentedSelectorsAnswer) {
+TEST_F(SystemInfo, MemorySelectorsAndFigures) {
+  // Byte counts saturate at the largest 32-bit figure; 'ramm' counts MiB. (The machine's own
+  // figures, 'ramm' and tsMemoryInfo's free bytes are Environment.KernelMemoryAndAccount...'s.)
   env->figures = platform::MemoryFigures{uint64_t{16} << 30, uint64_t{9} << 30, uint64_t{2} << 30};
-  // Byte counts saturate at the largest 32-bit figure; 'ramm' counts MiB.
   EXPECT_EQ(gestalt(sel("ram ")), 0x7FFFFFFF);
   EXPECT_EQ(gestalt(sel("lram")), 0x7FFFFFFF);
-  EXPECT_EQ(gestalt(sel("ramm")), 16384);
-  EXPECT_EQ(gestalt(sel("pgsz")), 4096);
   env->figures = platform::MemoryFigures{1000, 500, 24};
   EXPECT_EQ(gestalt(sel("ram ")), 1000);
   EXPECT_EQ(gestalt(sel("lram")), 1024);
   EXPECT_EQ(gestalt(sel("ramm")), 0);
   EXPECT_EQ(gestaltExists(sel("ramm")), 1);
-  for (const char* unknown : {"qtim", "bbox", "os  ", "ram", "RAM ", "", "sysa"}) {
-    EXPECT_EQ(gestalt(sel(unknown)), 0) << unknown;
-    EXPECT_EQ(gestaltExists(sel(unknown)), 0) << unknown;
-  }
-  env->figures.reset();
-  EXPECT_EQ(gestaltExists(sel("ram ")), 0);
-  EXPECT_EQ(gestaltExists(sel("pgsz")), 1);
-}
+  for (const char* unknown : {"os  ", "ram", "RAM ", "", "sysa"})
+    EXPECT_EQ(gestalt(sel(unknown)) + gestaltExists(sel(unknown)), 0) << unknown;
 
-TEST_F(SystemInfo, MemoryFiguresAreFullByteCounts) {
+  // tsMemoryInfo: full byte counts; the address-space limit caps the largest block.
   env->figures = platform::MemoryFigures{uint64_t{64} << 30, uint64_t{40} << 30, 0};
-  EXPECT_EQ(memoryInfo("RAM"), 68719476736.0);
-  EXPECT_EQ(memoryInfo("free"), 42949672960.0);
-  EXPECT_EQ(memoryInfo("swap"), 0.0);
   EXPECT_EQ(memoryInfo("Max Block"), 42949672960.0);
-  // The address-space limit caps the largest block.
   env->limit = uint64_t{3} << 30;
   EXPECT_EQ(memoryInfo("max block"), 3221225472.0);
-  EXPECT_EQ(memoryInfo("free"), 42949672960.0);
   EXPECT_EQ(memoryInfo("maxblock"), 0.0);
   EXPECT_EQ(memoryInfo("ram "), 0.0);
   env->figures.reset();
   EXPECT_EQ(memoryInfo("ram"), 0.0);
+  EXPECT_EQ(gestaltExists(sel("ram ")), 0);
+  EXPECT_EQ(gestaltExists(sel("pgsz")), 1);
 }
 
 TEST_F(SystemInfo, NamesFromThePasswordEntryAndTheHost) {
   EXPECT_EQ(userName(), "");
   EXPECT_EQ(userShortName(), "");
-  env->user = platform::UserRecord{"ada", "Ada Lovelace,Room 1,,"};
-  EXPECT_EQ(userName(), "Ada Lovelace");
-  EXPECT_EQ(userShortName(), "ada");
-  env->user->gecos = ",,,";
-  EXPECT_EQ(userName(), "ada");
-  env->user->gecos = "";
-  EXPECT_EQ(userName(), "ada");
+  // The full name is the first field of the comment, else the account's name.
+  for (auto [gecos, name] :
+       {std::pair{"Ada Lovelace,Room 1,,", "Ada Lovelace"}, {",,,", "ada"}, {"", "ada"}}) {
+    env->user = platform::UserRecord{"ada", gecos};
+    EXPECT_EQ(userName(), name) << gecos;
+  }
   EXPECT_EQ(computerName(), "box");
   env->pretty = "Studio Machine";
   EXPECT_EQ(computerName(), "Studio Machine");
 }
 
+// (No variable, LANG alone and LC_ALL over it are Environment.LanguageFollowsTheLocaleVariables.)
 TEST_F(SystemInfo, LanguageFromTheFirstLocaleVariableSet) {
-  EXPECT_EQ(language(), 0);
   env->vars["LANG"] = "de_DE.UTF-8";
-  EXPECT_EQ(language(), 2);
   env->vars["LC_MESSAGES"] = "fr_CA.UTF-8";
   EXPECT_EQ(language(), 1);
   env->vars["LC_ALL"] = "";  // empty: not set
@@ -199,40 +140,12 @@ TEST_F(SystemInfo, LanguageFromTheFirstLocaleVariableSet) {
   env->vars["LC_ALL"] = "C.UTF-8";
   EXPECT_EQ(language(), 0);
 
-  EXPECT_EQ(languageOfLocale("nl_NL"), 4);
-  EXPECT_EQ(languageOfLocale("nl_BE.UTF-8"), 34);
-  EXPECT_EQ(languageOfLocale("zh_TW.UTF-8"), 19);
-  EXPECT_EQ(languageOfLocale("zh_HK"), 19);
-  EXPECT_EQ(languageOfLocale("zh_CN.GB18030"), 33);
-  EXPECT_EQ(languageOfLocale("sr_RS@latin"), 42);
-  EXPECT_EQ(languageOfLocale("no_NO"), 9);
-  EXPECT_EQ(languageOfLocale("nb_NO.UTF-8"), 9);
-  EXPECT_EQ(languageOfLocale("nn_NO.UTF-8"), 151);
-  EXPECT_EQ(languageOfLocale("POSIX"), 0);
-  EXPECT_EQ(languageOfLocale("tlh"), 0);
-  EXPECT_EQ(languageOfLocale("FR_fr"), 0);  // locale names are case-sensitive
-}
-
-TEST_F(SystemInfo, FindAppByExtensionCreatorAndFileType) {
-  paths::setReturnUnixNames(true);
-  launcher->extensions["txt"] = "text/plain";
-  launcher->defaults["text/plain"] = "/usr/share/applications/editor.desktop";
-  launcher->defaults["x-scheme-handler/http"] = "/usr/share/applications/browser.desktop";
-  launcher->defaults["image/png"] = "/usr/share/applications/viewer.desktop";
-
-  EXPECT_EQ(findApp(".txt"), "/usr/share/applications/editor.desktop");
-  EXPECT_EQ(findApp(".zzz"), "");
-  EXPECT_EQ(findApp("ttxt"), "/usr/share/applications/editor.desktop");
-  EXPECT_EQ(findApp("MSIE"), "/usr/share/applications/browser.desktop");
-  // Not a creator in the table: the same code as a file type.
-  EXPECT_EQ(findApp("PNGf"), "/usr/share/applications/viewer.desktop");
-  EXPECT_EQ(findApp("TEXTfile"), "/usr/share/applications/editor.desktop");
-
-  // A lone dot is a code, not an empty extension.
-  launcher->asked.clear();
-  EXPECT_EQ(findApp("."), "");
-  for (const std::string& q : launcher->asked) EXPECT_NE(q.rfind("ext:", 0), 0u) << q;
-  EXPECT_EQ(findApp(""), "");
+  // Locale names are case-sensitive ("FR_fr").
+  const std::pair<const char*, int32_t> rows[] = {
+      {"nl_NL", 4},      {"nl_BE.UTF-8", 34}, {"zh_TW.UTF-8", 19}, {"zh_HK", 19},
+      {"zh_CN.GB18030", 33}, {"sr_RS@latin", 42}, {"no_NO", 9}, {"nb_NO.UTF-8", 9},
+      {"nn_NO.UTF-8", 151}, {"POSIX", 0}, {"tlh", 0}, {"FR_fr", 0}};
+  for (auto [locale, code] : rows) EXPECT_EQ(languageOfLocale(locale), code) << locale;
 }
 
 }  // namespace

@@ -5,20 +5,23 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstring>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
-#include <random>
+#include <iterator>
+#include <sstream>
+#include <tuple>
 #include <thread>
 
 #include "tests/boundary/boundary_support.h"
+#include "tests/desktop/desktop_support.h"
 #include "tests/windows/windows_support.h"
 
 // After the test framework's headers: Xlib defines macros (None, Bool) that they use as names.
 #include <X11/Xlib.h>
-#include <X11/Xatom.h>
 
 namespace tessel::testing {
 namespace {
@@ -41,21 +44,15 @@ std::vector<std::string> keyLines(const std::string& path) {
 
 // The ids of a process's mapped windows, as xdotool finds them.
 std::vector<std::string> visibleWindows(pid_t pid) {
-  std::vector<std::string> ids;
-  std::string command = "xdotool search --onlyvisible --pid " + std::to_string(pid) + " 2>/dev/null";
-  if (FILE* out = popen(command.c_str(), "r")) {
-    char line[64];
-    while (fgets(line, sizeof line, out) != nullptr) ids.emplace_back(line, strcspn(line, "\n"));
-    pclose(out);
-  }
-  return ids;
+  std::istringstream found(
+      run("xdotool search --onlyvisible --pid " + std::to_string(pid) + " 2>/dev/null").value_or(""));
+  return {std::istream_iterator<std::string>(found), {}};
 }
 
 class Desktop : public XtraTest {
  protected:
   void SetUp() override {
-    const char* display = std::getenv("DISPLAY");
-    if (display == nullptr || *display == '\0') GTEST_SKIP() << "needs an X display";
+    if (!haveDisplay()) GTEST_SKIP() << "needs an X display";
     XtraTest::SetUp();
     dpy_ = XOpenDisplay(nullptr);
     ASSERT_NE(dpy_, nullptr);
@@ -94,8 +91,8 @@ class Desktop : public XtraTest {
     std::vector<std::string> args = {TESSEL_TEST_APP, "--class", cls, "--title", cls + " title", "--record", path};
     args.insert(args.end(), extra.begin(), extra.end());
     pid_t pid = launch(args);
-    EXPECT_TRUE(waitUntil([&] { return findByName(cls) == pid; })) << cls << " never appeared";
-    EXPECT_TRUE(waitUntil([&] {
+    EXPECT_TRUE(eventually([&] { return findByName(cls) == pid; })) << cls << " never appeared";
+    EXPECT_TRUE(eventually([&] {
       auto lines = readLines(path);
       return std::find(lines.begin(), lines.end(), "ready") != lines.end();
     })) << cls << " never mapped its window";
@@ -118,23 +115,18 @@ class Desktop : public XtraTest {
   void bringToFront(pid_t pid) {
     ASSERT_EQ(integer("tsActivateWindow", {Value(pid)}), 1);
     // The method waits up to 500 ms for the manager; a loaded machine may need longer.
-    ASSERT_TRUE(waitUntil([&] { return integer("tsActiveWindow") == pid; })) << "never active";
+    ASSERT_TRUE(eventually([&] { return integer("tsActiveWindow") == pid; })) << "never active";
   }
 
   void typeAndExpect(const std::string& record, const std::string& keys,
                      const std::vector<std::string>& expected) {
     const size_t before = keyLines(record).size();
     EXPECT_EQ(integer("tsSendKeys", {Value(keys)}), 0);
-    waitUntil([&] { return keyLines(record).size() >= before + expected.size(); }, 2000ms);
+    eventually([&] { return keyLines(record).size() >= before + expected.size(); }, 2000ms);
     std::this_thread::sleep_for(100ms);  // and nothing more arrives
     auto lines = keyLines(record);
     std::vector<std::string> got(lines.begin() + static_cast<long>(std::min(before, lines.size())), lines.end());
     EXPECT_EQ(got, expected) << "typing \"" << keys << "\"";
-    if (got != expected) {
-      auto all = readLines(record);
-      for (size_t i = all.size() > 8 ? all.size() - 8 : 0; i < all.size(); ++i)
-        ADD_FAILURE() << "recorded: " << all[i];
-    }
   }
 
   void setLayout(const std::string& layout) {
@@ -152,68 +144,44 @@ TEST_F(Desktop, ProcessesAreFoundListedAndDescribed) {
   const int32_t self = integer("tsWinHandle");
   EXPECT_EQ(self, getpid());
   pid_t alpha = app("TesselAlpha", {"--windows", "2"});
-  ASSERT_TRUE(waitUntil([&] { return visibleWindows(alpha).size() == 2; }));
+  ASSERT_TRUE(eventually([&] { return visibleWindows(alpha).size() == 2; }));
   pid_t xmsg = launch({"xmessage", "-name", "tesselmsg", "hello"});
   pid_t term = launch({"xterm", "-T", "a shell", "-e", "sleep", "60"});
-  ASSERT_TRUE(waitUntil([&] { return integer("tsFindWindow", {Value("Xmes"), Value("")}) == xmsg; }));
+  ASSERT_TRUE(eventually([&] { return integer("tsFindWindow", {Value("Xmes"), Value("")}) == xmsg; }));
   // xterm is named by its class, whatever its title says.
-  ASSERT_TRUE(waitUntil([&] { return windowList("", "xterm", 1) == std::vector<int32_t>{term}; }));
+  ASSERT_TRUE(eventually([&] { return windowList("", "xterm", 1) == std::vector<int32_t>{term}; }));
   EXPECT_EQ(text("tsWindowInfo", {Value(term), Value("caption")}), "XTerm");
   EXPECT_EQ(integer("tsFindWindow", {Value("XTer"), Value("XTERM")}), term);
   EXPECT_EQ(windowList("", "a shell", 0), (std::vector<int32_t>{}));
 
-  // The host first, then each window owner once, however many windows it has.
+  // Each window owner once, however many windows it has (the host first: tsWinHandle's example).
   auto all = windowList("", "", 0);
-  ASSERT_GE(all.size(), 4u);
-  EXPECT_EQ(all.front(), self);
   EXPECT_EQ(std::count(all.begin(), all.end(), alpha), 1);
   EXPECT_EQ(std::count(all.begin(), all.end(), xmsg), 1);  // found without _NET_WM_PID
   EXPECT_EQ(windowList("", "esselalph", 0), (std::vector<int32_t>{alpha}));
   EXPECT_EQ(windowList("", "tesselALPHA", 1), (std::vector<int32_t>{alpha}));
-  EXPECT_EQ(windowList("Tess", "", 0), (std::vector<int32_t>{alpha}));
   EXPECT_EQ(windowList("", "", 1), (std::vector<int32_t>{}));
 
-  // The name is the window class, not the title nor the GTK client leader's class.
+  // The name is the window class, not the title nor the GTK client leader's class. (The other
+  // words, for xmessage, and a process that ended are tsWindowInfo's example.)
   EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("TITLE")}), "TesselAlpha");
   EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("class")}), "Tess");
-  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("filename")}), "tessel_test_app");
-  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("size")}), "Invalid");
-  unixNames(true);
-  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("app")}), std::string(TESSEL_TEST_APP));
-  unixNames(false);
-  EXPECT_EQ(text("tsWindowInfo", {Value(alpha), Value("filepath")}).find('/'), std::string::npos);
-  EXPECT_EQ(integer("tsFindWindow", {Value(text("tsWindowInfo", {Value(xmsg), Value("class")})), Value("")}), xmsg);
-  EXPECT_EQ(integer("tsFindWindow", {Value(""), Value("")}), 0);
-  EXPECT_EQ(integer("tsWindowExists", {Value(alpha)}), 1);
   EXPECT_EQ(integer("tsWindowExists", {Value(self)}), 1);
-
-  kill(xmsg, SIGKILL);
-  waitpid(xmsg, nullptr, 0);
-  EXPECT_EQ(integer("tsWindowExists", {Value(xmsg)}), 0);
-  EXPECT_EQ(text("tsWindowInfo", {Value(xmsg), Value("title")}), "Invalid");
-  for (int32_t bad : {0, -1}) {
-    EXPECT_EQ(integer("tsWindowExists", {Value(bad)}), 0);
-    EXPECT_EQ(integer("tsCloseWindow", {Value(bad)}), 0);
-  }
+  EXPECT_EQ(integer("tsCloseWindow", {Value(-1)}), 0);
 }
 
+// (Activating one program of two, and waiting for either state, are tsActivateWindow's and
+// tsWaitForWindow's examples; tsNextActiveWindow's rounds are WindowFunctions'.)
 TEST_F(Desktop, ActivationBringsAProcessToTheFrontAlsoFromIconified) {
   pid_t one = app("TesselOne");
-  pid_t two = app("TesselTwo");
+  app("TesselTwo");
   bringToFront(one);
-  EXPECT_EQ(integer("tsWaitForWindow", {Value(two), Value("inactive"), Value(60)}), 1);
-  bringToFront(two);
-  EXPECT_EQ(integer("tsWaitForWindow", {Value(two), Value("Active"), Value(60)}), 1);
-  // Another program is frontmost already: the first round answers it.
-  const int32_t next = integer("tsNextActiveWindow", {Value(30)});
-  EXPECT_TRUE(next == one || next == two) << next;
-
   // Iconified: openbox maps it again on activation.
   auto ids = visibleWindows(one);
   ASSERT_EQ(ids.size(), 1u);
   ASSERT_EQ(std::system(("xdotool windowminimize " + ids.front()).c_str()), 0);
-  ASSERT_TRUE(waitUntil([&] { return visibleWindows(one).empty(); }));
-  ASSERT_TRUE(waitUntil([&] { return integer("tsActiveWindow") != one; }));
+  ASSERT_TRUE(eventually([&] { return visibleWindows(one).empty(); }));
+  ASSERT_TRUE(eventually([&] { return integer("tsActiveWindow") != one; }));
   bringToFront(one);
 
   // A windowless process cannot be activated; it exists all the same.
@@ -229,27 +197,13 @@ TEST_F(Desktop, HiddenProgramsStayBehindTheActiveWindow) {
   bringToFront(front);
   // The topmost place in the manager's stacking order of a process's windows (-1: none listed).
   auto stackPlace = [&](int32_t pid) {
-    auto listOf = [&](Window w, const char* name, Atom type) {
-      std::vector<unsigned long> out;
-      Atom actual = 0;
-      int format = 0;
-      unsigned long count = 0, after = 0;
-      unsigned char* data = nullptr;
-      if (XGetWindowProperty(dpy_, w, XInternAtom(dpy_, name, False), 0, 4096, False, type,
-                             &actual, &format, &count, &after, &data) == Success &&
-          data != nullptr && format == 32) {
-        auto* values = reinterpret_cast<unsigned long*>(data);
-        out.assign(values, values + count);
-      }
-      if (data != nullptr) XFree(data);
-      return out;
-    };
-    int place = -1;
-    auto stack = listOf(DefaultRootWindow(dpy_), "_NET_CLIENT_LIST_STACKING", XA_WINDOW);
-    for (size_t i = 0; i < stack.size(); ++i) {
-      auto owner = listOf(stack[i], "_NET_WM_PID", XA_CARDINAL);
-      if (!owner.empty() && static_cast<int32_t>(owner[0]) == pid) place = static_cast<int>(i);
-    }
+    std::istringstream stack(
+        run("xprop -root _NET_CLIENT_LIST_STACKING | cut -d# -f2 | tr , ' '").value_or(""));
+    int place = -1, i = 0;
+    for (std::string w; stack >> w; ++i)
+      if (run("xprop -id " + w + " _NET_WM_PID").value_or("") ==
+          "_NET_WM_PID(CARDINAL) = " + std::to_string(pid) + "\n")
+        place = i;
     return place;
   };
   const std::string record = (dir_.path() / "hidden.log").string();
@@ -264,52 +218,44 @@ TEST_F(Desktop, HiddenProgramsStayBehindTheActiveWindow) {
                                Client{gtkApp.string(), "TesselHidden"}}) {
     ASSERT_EQ(integer("tsRunProgram", {Value(client.program), Value("hidden"), Value(0)}), 33);
     int32_t started = 0;
-    ASSERT_TRUE(waitUntil([&] { return (started = findByName(client.name)) > 0; }))
+    ASSERT_TRUE(eventually([&] { return (started = findByName(client.name)) > 0; }))
         << client.name << " never appeared";
-    ASSERT_TRUE(waitUntil([&] { return stackPlace(started) >= 0; }));
+    ASSERT_TRUE(eventually([&] { return stackPlace(started) >= 0; }));
     // Long enough for the manager to have focused and raised it, had it been left alone.
     std::this_thread::sleep_for(1500ms);
     EXPECT_EQ(integer("tsActiveWindow"), front) << client.name << " took the focus";
     EXPECT_LT(stackPlace(started), stackPlace(front)) << client.name << " went on top";
     kill(started, SIGKILL);
-    ASSERT_TRUE(waitUntil([&] { return findByName(client.name) <= 0; }));
+    ASSERT_TRUE(eventually([&] { return findByName(client.name) <= 0; }));
   }
 }
 
 TEST_F(Desktop, CloseAsksEveryWindowAndMayBeRefused) {
   pid_t pair = app("TesselPair", {"--windows", "2"});
-  ASSERT_TRUE(waitUntil([&] { return visibleWindows(pair).size() == 2; }));
+  ASSERT_TRUE(eventually([&] { return visibleWindows(pair).size() == 2; }));
   EXPECT_EQ(integer("tsCloseWindow", {Value(pair)}), 1);
   // (It may be gone before a wait could start, which would then answer 0.)
-  EXPECT_TRUE(waitUntil([&] { return integer("tsWindowExists", {Value(pair)}) == 0; }));
+  EXPECT_TRUE(eventually([&] { return integer("tsWindowExists", {Value(pair)}) == 0; }));
 
   std::string record;
   pid_t stubborn = app("TesselStubborn", {"--refuse-close"}, &record);
   EXPECT_EQ(integer("tsCloseWindow", {Value(stubborn)}), 1);
-  EXPECT_TRUE(waitUntil([&] {
+  EXPECT_TRUE(eventually([&] {
     auto lines = readLines(record);
     return std::find(lines.begin(), lines.end(), "close refused") != lines.end();
   }));
   EXPECT_EQ(integer("tsWaitForWindow", {Value(stubborn), Value("closed"), Value(20)}), 0);
   EXPECT_EQ(integer("tsWindowExists", {Value(stubborn)}), 1);
-
-  // xmessage sets no _NET_WM_PID; it is still found and closed.
-  pid_t xmsg = launch({"xmessage", "-name", "tesselbye", "bye"});
-  ASSERT_TRUE(waitUntil([&] { return integer("tsFindWindow", {Value(""), Value("Xmessage")}) == xmsg; }));
-  EXPECT_EQ(integer("tsCloseWindow", {Value(xmsg)}), 1);
-  // (It may be gone before a wait could start, which would then answer 0.)
-  EXPECT_TRUE(waitUntil([&] { return integer("tsWindowExists", {Value(xmsg)}) == 0; }));
-
-  EXPECT_EQ(integer("tsCloseWindow", {Value(integer("tsWinHandle"))}), 0);
-  EXPECT_EQ(integer("tsWindowExists", {Value(integer("tsWinHandle"))}), 1);
+  // (xmessage, which sets no _NET_WM_PID, found and closed, and the host refusing to close itself
+  // are tsCloseWindow's and tsWinHandle's examples.)
 }
 
-TEST_F(Desktop, WaitsEndOnZombiesTimeOutsAndWrappedDeadlines) {
+TEST_F(Desktop, WaitsEndOnZombiesAndEndedProcesses) {
   // A child that has exited but was never reaped has ended.
   pid_t zombie = fork();
   if (zombie == 0) _exit(0);
   children_.push_back(zombie);
-  ASSERT_TRUE(waitUntil([&] {
+  ASSERT_TRUE(eventually([&] {
     std::ifstream stat("/proc/" + std::to_string(zombie) + "/stat");
     std::string line;
     std::getline(stat, line);
@@ -317,41 +263,32 @@ TEST_F(Desktop, WaitsEndOnZombiesTimeOutsAndWrappedDeadlines) {
   }));
   EXPECT_EQ(integer("tsWindowExists", {Value(zombie)}), 0);
   EXPECT_EQ(integer("tsWaitForWindow", {Value(zombie), Value("closed"), Value(0)}), 0);
+  // (A wait that ends with its process, long before its deadline, is tsWaitForWindow's example.)
 
-  // The wait ends with the process (a second), long before its 100-second deadline.
-  pid_t sleeper = launch({"sleep", "1"});
-  auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(integer("tsWaitForWindow", {Value(sleeper), Value("closed"), Value(6000)}), 1);
-  auto took = std::chrono::steady_clock::now() - start;
-  EXPECT_GT(took, 800ms);
-  EXPECT_LT(took, 10s);
-
-  pid_t alpha = app("TesselWaits");
-  bringToFront(alpha);
-  start = std::chrono::steady_clock::now();
-  EXPECT_EQ(integer("tsWaitForWindow", {Value(alpha), Value("inactive"), Value(30)}), 0);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, 500ms);
-  // 42949 ticks wrap to a deadline just behind: the first round ends the wait, state or not
-  // (unwrapped, it would wait twelve minutes).
-  start = std::chrono::steady_clock::now();
-  EXPECT_EQ(integer("tsWaitForWindow", {Value(alpha), Value("active"), Value(42949)}), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
-  EXPECT_EQ(integer("tsWaitForWindow", {Value(alpha), Value("active"), Value(600)}), 1);
+  // (Time-outs and deadlines that wrap are WindowFunctions.WaitsTestTheStateEachRound...'s, on
+  // a clock a test can move.)
 }
 
+// (Control and Shift for the next key, and {RETURN}, are tsSendKeys' example; characters that
+// type nothing, KeyLanguage's rows.)
 TEST_F(Desktop, KeysArriveWithTheirModifiersAndQuirks) {
   std::string record;
   pid_t typist = app("TesselKeys", {}, &record);
   bringToFront(typist);
-  typeAndExpect(record, "aZ1!", {"key a -", "key Z shift", "key 1 -", "key exclam shift"});
-  typeAndExpect(record, "~b^c", {"key B shift", "key c control"});
   typeAndExpect(record, "#@k", {"key k alt+super"});
   typeAndExpect(record, "`", {"key asciitilde shift"});
   typeAndExpect(record, "{TAB}^", {});
   typeAndExpect(record, "x{tab}{RETURN}{F5}{left}", {"key x -", "key Tab -", "key Return -", "key F5 -", "key Left -"});
   typeAndExpect(record, "a{FOO}bcdefghijklmn", {"key a -", "key a -", "key k -", "key l -", "key m -", "key n -"});
   typeAndExpect(record, "^^^^^^^^^^~q", {"key q control"});  // the eleventh modifier is dropped
-  typeAndExpect(record, "\xc3\xa9\x01", {});
+  // Every character of the language once, in order, with Shift where the US layout needs it.
+  const std::string alphabet =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 !\"$%&'()*+,-./:;<=>?[\\]_|}";
+  std::vector<std::string> expected;
+  for (unsigned char c : alphabet)
+    expected.push_back(std::string("key ") + XKeysymToString(c) +
+                       (std::isupper(c) || std::strchr("!\"$%&()*+:<>?_|}", c) ? " shift" : " -"));
+  typeAndExpect(record, alphabet, expected);
 
   // Activation waits for the manager itself: keys sent right after it reach the program.
   pid_t other = app("TesselOther");
@@ -368,8 +305,6 @@ TEST_F(Desktop, KeysFollowTheLayoutAndBindWhatItLacks) {
   // On a German keyboard "y" and "z" trade places and "[" is AltGr+8, all without Shift.
   typeAndExpect(record, "yz[]/", {"key y -", "key z -", "key bracketleft -", "key bracketright -", "key slash shift"});
   setLayout("ru");
-  typeAndExpect(record, "hello world", {"key h -", "key e -", "key l -", "key l -", "key o -", "key space -",
-                                        "key w -", "key o -", "key r -", "key l -", "key d -"});
   typeAndExpect(record, "Hi!", {"key H -", "key i -", "key exclam shift"});
   // More missing keysyms than spare keycodes: typed in batches, every one arrives in order.
   const std::string many = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJ";
@@ -387,39 +322,18 @@ TEST_F(Desktop, KeysFollowTheLayoutAndBindWhatItLacks) {
   typeAndExpect(record, "a`b", {"key a -", "key asciitilde -", "key b -"});
 }
 
-TEST_F(Desktop, AThousandMixedCharactersArriveInOrder) {
-  std::string record;
-  pid_t typist = app("TesselThousand", {}, &record);
-  bringToFront(typist);
-  const std::string alphabet =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 !\"$%&'()*+,-./:;<=>?[\\]_|}";
-  std::mt19937 random(9);
-  std::string keys;
-  std::vector<std::string> expected;
-  for (int i = 0; i < 1000; ++i) {
-    char c = alphabet[random() % alphabet.size()];
-    keys.push_back(c);
-    bool shifted = (c >= 'A' && c <= 'Z') || std::string("!\"$%&()*+:<>?_|}").find(c) != std::string::npos;
-    expected.push_back(std::string("key ") + XKeysymToString(static_cast<KeySym>(static_cast<unsigned char>(c))) +
-                       (shifted ? " shift" : " -"));
-  }
-  typeAndExpect(record, keys, expected);
-}
-
+// Rows: the key held with xdotool, the key number that sees it and one that does not. (Numbers
+// outside the table are KeyNumbers'; nothing held is tsKeyIsDown's example.)
 TEST_F(Desktop, KeyIsDownSeesKeysHeldElsewhere) {
-  EXPECT_EQ(integer("tsKeyIsDown", {Value(65)}), 0);
-  ASSERT_EQ(std::system("xdotool keydown a"), 0);
-  EXPECT_EQ(integer("tsKeyIsDown", {Value(65)}), 1);
-  EXPECT_EQ(integer("tsKeyIsDown", {Value(66)}), 0);
-  ASSERT_EQ(std::system("xdotool keyup a keydown Super_L"), 0);
-  EXPECT_EQ(integer("tsKeyIsDown", {Value(65)}), 0);
-  EXPECT_EQ(integer("tsKeyIsDown", {Value(15)}), 1);
-  ASSERT_EQ(std::system("xdotool keyup Super_L keydown Shift_R"), 0);
-  EXPECT_EQ(integer("tsKeyIsDown", {Value(16)}), 1);
-  EXPECT_EQ(integer("tsKeyIsDown", {Value(-16)}), 0);
-  EXPECT_EQ(integer("tsKeyIsDown", {Value(65536 + 16)}), 0);
-  ASSERT_EQ(std::system("xdotool keyup Shift_R"), 0);
-  EXPECT_EQ(integer("tsKeyIsDown", {Value(16)}), 0);
+  const std::tuple<const char*, int32_t, int32_t> rows[] = {
+      {"a", 65, 66}, {"Super_L", 15, 65}, {"Shift_R", 16, -16}};
+  for (const auto& [key, held, other] : rows) {
+    ASSERT_EQ(std::system((std::string("xdotool keydown ") + key).c_str()), 0);
+    EXPECT_EQ(integer("tsKeyIsDown", {Value(held)}), 1) << key;
+    EXPECT_EQ(integer("tsKeyIsDown", {Value(other)}), 0) << key;
+    ASSERT_EQ(std::system((std::string("xdotool keyup ") + key).c_str()), 0);
+    EXPECT_EQ(integer("tsKeyIsDown", {Value(held)}), 0) << key;
+  }
 }
 
 TEST_F(Desktop, ClicksPressAndReleaseWhereThePointerIs) {
@@ -436,14 +350,14 @@ TEST_F(Desktop, ClicksPressAndReleaseWhereThePointerIs) {
     return out;
   };
   const std::vector<std::string> expected = {"press 1", "release 1", "press 3", "release 3", "press 2", "release 2"};
-  waitUntil([&] { return buttons().size() >= expected.size(); }, 2000ms);
+  eventually([&] { return buttons().size() >= expected.size(); }, 2000ms);
   EXPECT_EQ(buttons(), expected);
   // A left button held elsewhere is let go before a right click.
   ASSERT_EQ(std::system("xdotool mousedown 1"), 0);
   EXPECT_EQ(integer("tsMouseClick", {Value("right")}), 0);
   std::vector<std::string> more = expected;
   more.insert(more.end(), {"press 1", "release 1", "press 3", "release 3"});
-  waitUntil([&] { return buttons().size() >= more.size(); }, 2000ms);
+  eventually([&] { return buttons().size() >= more.size(); }, 2000ms);
   EXPECT_EQ(buttons(), more);
 }
 
@@ -458,7 +372,7 @@ TEST_F(Desktop, TheExecutablesCreatorIsTheSignature) {
     GTEST_SKIP() << folder << " keeps no extended attributes";
   }
   pid_t pid = launch({exe, "--class", "Signed", "--title", "signed"});
-  EXPECT_TRUE(waitUntil([&] { return findByName("Signed") == pid; }));
+  EXPECT_TRUE(eventually([&] { return findByName("Signed") == pid; }));
   EXPECT_EQ(text("tsWindowInfo", {Value(pid), Value("creator")}), "TsAp");
   EXPECT_EQ(integer("tsFindWindow", {Value("TsAp"), Value("")}), pid);
   EXPECT_EQ(integer("tsFindWindow", {Value("Sign"), Value("")}), 0);  // the class no longer counts

@@ -1,5 +1,5 @@
-// What the window tests share: polling, the record files the test application writes, and
-// starting X clients.
+// What the window tests share besides desktop_support.h: the record files the test application
+// writes, and starting X clients.
 #pragma once
 
 #include <unistd.h>
@@ -14,16 +14,6 @@
 namespace tessel::testing {
 
 using namespace std::chrono_literals;
-
-// Polls until `done` answers true; false after the limit.
-inline bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = 5000ms) {
-  auto end = std::chrono::steady_clock::now() + limit;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(20ms);
-  }
-  return true;
-}
 
 inline std::vector<std::string> readLines(const std::string& path) {
   std::ifstream in(path);

@@ -420,6 +420,8 @@ TEST_F(Dialogs, WindowsDestroyedFromOutsideGiveTheirCancelValue) {
   StderrCapture err;
   for (const DialogCall& c : cases) {
     Value v = answer(c.method, c.args, [&](unsigned long w) {
+      const std::string method = c.method;
+      if (method == "tsLogIn" || method == "tsGetDisk") screenshot(method == "tsLogIn" ? "login" : "getdisk");
       shell("xdotool windowclose " + std::to_string(w));
     });
     if (c.cancelCode >= 0) {

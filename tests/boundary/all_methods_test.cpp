@@ -379,13 +379,5 @@ TEST_F(AllMethods, TheRegisteredTextIsTheTableAndOtherSelectorsAnswerVoid) {
   }
 }
 
-TEST_F(AllMethods, ReturnUnixNamesKeepsOnlyTheLowEightBits) {
-  for (auto [on, expectUnix] : {std::pair{1, true}, {256, false}, {257, true}, {0, false}}) {
-    EXPECT_TRUE(call("tsReturnUnixNames", {Value(int32_t(on))}).isVoid());
-    std::string boot = text("tsSysFolder", {Value("boot")});
-    EXPECT_EQ(boot == "/", expectUnix) << on << " gave " << boot;
-  }
-}
-
 }  // namespace
 }  // namespace tessel::testing

@@ -3,25 +3,38 @@
 #include <grp.h>
 #include <stdlib.h>
 #include <sys/wait.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <ctime>
+#include <fstream>
 
 namespace tessel::testing {
 
-bool silenceSessionBus(const std::filesystem::path& folder) {
-  std::filesystem::path bus = folder / "bus";
-  int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, bus.c_str(), sizeof address.sun_path - 1);
-  bool listening = listener >= 0 &&
-                   ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-                   ::listen(listener, 16) == 0;
-  setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + bus.string()).c_str(), 1);
-  return listening;  // the listener stays open for the rest of the process
+void ScopedEnvironment::set(const std::string& name, const std::string& value) {
+  unset(name);
+  ::setenv(name.c_str(), value.c_str(), 1);
+  ::tzset();
+}
+
+void ScopedEnvironment::unset(const std::string& name) {
+  const char* old = ::getenv(name.c_str());
+  saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
+  ::unsetenv(name.c_str());
+  ::tzset();
+}
+
+ScopedEnvironment::~ScopedEnvironment() {
+  for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
+    if (it->second) ::setenv(it->first.c_str(), it->second->c_str(), 1);
+    else ::unsetenv(it->first.c_str());
+  }
+  ::tzset();
+}
+
+std::string slurp(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 std::string asUnprivilegedUser(const std::filesystem::path& folder,

@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,15 +61,29 @@ class XtraTest : public ::testing::Test {
   host::HostOptions options_;
 };
 
-// Points DBUS_SESSION_BUS_ADDRESS at a socket in `folder` that accepts connections and never
-// answers: a session bus gone silent. False when the socket could not be made.
-bool silenceSessionBus(const std::filesystem::path& folder);
-
 // Runs `work` in a child process that has first become the unprivileged user "nobody" when the
 // test runs as root (CI does, and root reads and writes every file), with `folder` and all in it
 // given to that user. Answers what `work` answered ("" for success), or why it could not run.
 std::string asUnprivilegedUser(const std::filesystem::path& folder,
                                const std::function<std::string()>& work);
+
+// Environment variables set or unset for a scope, each put back as it was at its end (the time
+// zone re-read too).
+class ScopedEnvironment {
+ public:
+  ScopedEnvironment() = default;
+  ScopedEnvironment(const ScopedEnvironment&) = delete;
+  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+  ~ScopedEnvironment();
+  void set(const std::string& name, const std::string& value);
+  void unset(const std::string& name);
+
+ private:
+  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
+
+// A file's whole contents ("" when it cannot be read).
+std::string slurp(const std::filesystem::path& path);
 
 // The start-up volume's name as the module reports it ("Name:" in HFS style).
 std::string startupVolumeName(host::Host& host);

@@ -20,38 +20,10 @@ namespace {
 
 using host::Value;
 
-std::string slurp(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 void setModified(const std::filesystem::path& path, time_t t) {
   struct timespec times[2] = {{t, 0}, {t, 0}};
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0) << path;
 }
-
-// Sets TZ for the test's duration (the module shares the process's C library).
-class ScopedTimeZone {
- public:
-  explicit ScopedTimeZone(const char* tz) {
-    const char* old = std::getenv("TZ");
-    had_ = old != nullptr;
-    if (had_) old_ = old;
-    ::setenv("TZ", tz, 1);
-    ::tzset();
-  }
-  ~ScopedTimeZone() {
-    if (had_)
-      ::setenv("TZ", old_.c_str(), 1);
-    else
-      ::unsetenv("TZ");
-    ::tzset();
-  }
-
- private:
-  bool had_ = false;
-  std::string old_;
-};
 
 class Formats : public XtraTest {
  protected:
@@ -70,23 +42,14 @@ class Formats : public XtraTest {
 
 TEST_F(Formats, IniLimitsPathsAndFolders) {
   const std::string ini = dir_.str() + "/limits.ini";
-  // A missing file gives the default, a long one cut to 32001 characters.
-  EXPECT_EQ(readIni("A", "None", "default", ini), "default");
+  // A default is cut to 32001 characters. (A missing file's default is the reference's example,
+  // the forms of the path the path-form table's.)
   EXPECT_EQ(readIni("A", "None", std::string(40000, 'd'), ini).size(), 32001u);
-
-  // Missing folders are made; "@" is the movie's folder; an HFS path names the same file.
-  movie_.folder = dir_.str() + "/";
-  EXPECT_EQ(writeIni("S", "k", "1", "@:deep:er:movie.ini"), 1);
+  // Missing folders are made.
+  EXPECT_EQ(writeIni("S", "k", "1", dir_.str() + "/deep/er/movie.ini"), 1);
   EXPECT_EQ(slurp(dir_.path() / "deep/er/movie.ini"), "[S]\nk=1");
-  std::string hfs = dir_.str() + "/deep/er/movie.ini";
-  std::replace(hfs.begin(), hfs.end(), '/', ':');
-  hfs = startupVolumeName(*host_) + hfs;
-  EXPECT_EQ(readIni("S", "k", "-", hfs), "1");
-  EXPECT_EQ(readIni("S", "k", "-", dir_.str() + "/deep/er/movie.ini"), "1");
 
-  // A folder in the file's place is a failure; so is a name under a file.
-  std::filesystem::create_directories(dir_.path() / "folder.ini");
-  EXPECT_EQ(writeIni("S", "k", "1", dir_.str() + "/folder.ini"), 0);
+  // A name under a file is a failure (a folder in the file's place is the reference's example).
   ASSERT_EQ(writeIni("S", "k", "1", ini), 1);
   EXPECT_EQ(writeIni("S", "k", "1", ini + "/below.ini"), 0);
 }
@@ -196,14 +159,8 @@ TEST_F(Formats, CiphersThroughTheHost) {
   EXPECT_EQ(cipher.size(), 4u * (24001 / 3 + 1));
   EXPECT_EQ(text("tsDecryptText", {Value(cipher), Value("a rather long key")}), plain);
 
-  auto file = dir_.file("movie.dat", plain);
-  EXPECT_EQ(integer("tsEncryptFile", {Value(file.string()), Value("k3y")}), 1);
-  EXPECT_NE(slurp(file), plain);
-  EXPECT_EQ(integer("tsEncryptFile", {Value(file.string()), Value("k3y")}), 1);
-  EXPECT_TRUE(slurp(file) == plain);
-  EXPECT_EQ(integer("tsEncryptFile", {Value(dir_.str() + "/missing"), Value("k")}), 0);
-  EXPECT_FALSE(std::filesystem::exists(dir_.path() / "missing"));
-  // An empty file, and an empty key, change nothing.
+  // An empty file, and an empty key, change nothing. (A file enciphered and restored, and a
+  // missing one, are the reference's example.)
   auto empty = dir_.file("empty.dat");
   EXPECT_EQ(integer("tsEncryptFile", {Value(empty.string()), Value("k")}), 1);
   EXPECT_EQ(std::filesystem::file_size(empty), 0u);
@@ -222,37 +179,16 @@ std::string strftimeNow(const char* format, time_t t) {
   return std::string(buffer, n);
 }
 
-TEST_F(Formats, SystemTimeAgreesWithTheClock) {
-  ScopedTimeZone zone("XST-5:30");
-  struct Case {
-    const char* format;
-    const char* strftimeFormat;
-  };
-  for (const Case& c : {Case{"date", "%Y%m%d"}, Case{"TIME", "%H%M%S"},
-                        Case{"%Y-%0m-%0d %0H:%0M:%0S", "%Y-%m-%d %H:%M:%S"},
-                        Case{"%A %a %B %b %0j %y", "%A %a %B %b %j %y"}}) {
-    time_t before = ::time(nullptr);
-    std::string got = text("tsSystemTime", {Value(c.format)});
-    time_t after = ::time(nullptr);
-    EXPECT_TRUE(got == strftimeNow(c.strftimeFormat, before) ||
-                got == strftimeNow(c.strftimeFormat, after))
-        << c.format << " gave " << got;
-  }
-  EXPECT_EQ(text("tsSystemTime", {Value("100%% %q")}), "100% ");
-}
-
 TEST_F(Formats, FileDatesAndAges) {
-  ScopedTimeZone zone("XST-5:30");  // 5 h 30 east of UTC
+  ScopedEnvironment env;
+  env.set("TZ", "XST-5:30");  // 5 h 30 east of UTC (the module shares the C library's zone)
   auto file = dir_.file("dated.txt", "x");
   const time_t t = 1772719629;  // 2026-03-05 14:07:09 UTC, 19:37:09 local
   setModified(file, t);
   const Value path(file.string());
+  // (The date and time tokens are the reference's example; here the time zone.)
   EXPECT_EQ(text("tsFileDate", {path, Value("dd.mm.yyyy "), Value("hh:nn:ss")}),
             "05.03.2026 19:37:09");
-  EXPECT_EQ(text("tsFileDate", {path, Value("dd.mm.yyyy"), Value("hh:nn:ss")}),
-            "05.03.202619:37:09");
-  EXPECT_EQ(text("tsFileDate", {path, Value("dddd d mmmm yy, "), Value("h:n:s")}),
-            "Thursday 5 March 26, 19:37:9");
   for (const char* modified : {"modified", "accessed", "", "m"})
     EXPECT_EQ(text("tsFileDateEx", {path, Value(modified), Value("yyyy"), Value("hh")}), "202619")
         << modified;
@@ -274,17 +210,14 @@ TEST_F(Formats, FileDatesAndAges) {
   const int64_t local1904 = int64_t{t} + 19800 + 2082844800;
   EXPECT_EQ(integer("tsFileAge", {path}),
             static_cast<int32_t>(static_cast<uint32_t>(local1904) - 2000000000u));
-  auto later = dir_.file("later.txt", "y");
-  setModified(later, t + 100);
-  EXPECT_EQ(integer("tsFileAge", {Value(later.string())}) - integer("tsFileAge", {path}), 100);
   // A file stamped at 2,000,000,000 local seconds answers 0, like a missing one.
+  auto later = dir_.file("later.txt", "y");
   setModified(later, static_cast<time_t>(2000000000 - 2082844800 - 19800));
   EXPECT_EQ(integer("tsFileAge", {Value(later.string())}), 0);
 
-  const Value missing(dir_.str() + "/missing.txt");
-  EXPECT_EQ(text("tsFileDate", {missing, Value("yyyy"), Value("hh")}), "");
-  EXPECT_EQ(text("tsFileDateEx", {missing, Value("c"), Value("yyyy"), Value("hh")}), "");
-  EXPECT_EQ(integer("tsFileAge", {missing}), 0);
+  EXPECT_EQ(text("tsFileDateEx", {Value(dir_.str() + "/missing"), Value("c"), Value("yyyy"),
+                                    Value("hh")}),
+            "");
   // The age is a file's only: a folder answers 0, as a missing item does.
   EXPECT_EQ(integer("tsFileAge", {Value(dir_.str())}), 0);
   EXPECT_EQ(integer("tsFileAge", {Value(dir_.str() + "/")}), 0);

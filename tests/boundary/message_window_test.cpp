@@ -23,13 +23,6 @@ namespace fs = std::filesystem;
 
 std::string runner() { return (fs::path(xtrasFolder()).parent_path() / "tessel").string(); }
 
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
 // Runs the message window with `args`; its standard error, and the exit status (its standard
 // output goes to `out` when given).
 std::pair<std::string, int> runWindow(const TempDir& dir, const std::vector<std::string>& args,

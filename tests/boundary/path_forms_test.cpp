@@ -97,17 +97,12 @@ class PathForms : public XtraTest {
       if (entry.is_symlink())
         item += " -> " + std::filesystem::read_symlink(entry.path()).string();
       else if (entry.is_regular_file())
-        item += " " + readFile(entry.path());
+        item += " " + slurp(entry.path());
       items.push_back(item);
     }
     std::sort(items.begin(), items.end());
     for (const std::string& item : items) out += "\n" + item;
     return out;
-  }
-
-  static std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
   }
 
   std::string startup_;

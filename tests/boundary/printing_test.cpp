@@ -19,13 +19,6 @@ namespace {
 using host::Value;
 namespace fs = std::filesystem;
 
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 // The first job file that appears in `folder` within five seconds.
 std::string awaitJob(const fs::path& folder) {
   for (int i = 0; i < 500; ++i) {
@@ -76,11 +69,8 @@ class Printing : public XtraTest {
                   "<Printer second>\nDeviceURI copy:" + (d / "second").string() +
                   "\nState Idle\nAccepting Yes\nShared No\n</Printer>\n");
     dir_.file("home/.cups/client.conf", "ServerName " + socket_.string() + "\n");
-    if (const char* home = getenv("HOME")) savedHome_ = home;
-    setenv("HOME", (d / "home").c_str(), 1);
-    unsetenv("CUPS_SERVER");
-    unsetenv("PRINTER");
-    unsetenv("LPDEST");
+    env_.set("HOME", (d / "home").string());
+    for (const char* name : {"CUPS_SERVER", "PRINTER", "LPDEST"}) env_.unset(name);
 
     cupsd_ = fork();
     ASSERT_GE(cupsd_, 0);
@@ -99,7 +89,6 @@ class Printing : public XtraTest {
   void TearDown() override {
     stopServer();
     if (host_) XtraTest::TearDown();
-    if (!savedHome_.empty()) setenv("HOME", savedHome_.c_str(), 1);
   }
   void stopServer() {
     if (cupsd_ <= 0) return;
@@ -112,7 +101,7 @@ class Printing : public XtraTest {
   TempDir dir_;
   fs::path socket_;
   pid_t cupsd_ = 0;
-  std::string savedHome_;
+  ScopedEnvironment env_;
 };
 
 TEST_F(Printing, JobsGoToTheDefaultQueueTheUserChose) {

@@ -24,13 +24,6 @@ using host::Value;
 using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
-std::string slurp(const fs::path& p) {
-  std::ifstream in(p);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 // Waits up to five seconds for a file that a detached child writes, and for the child to finish
 // writing it (its last line is "end").
 std::string awaitFile(const fs::path& p) {
@@ -137,14 +130,14 @@ TEST_F(Launching, WaitEndsWithTheProcessNotItsChildren) {
 }
 
 TEST_F(Launching, OnlyHiddenLaunchesGoWithoutATimestamp) {
-  setenv("DESKTOP_STARTUP_ID", "inherited_TIME1", 1);  // the host's own is never passed on
+  ScopedEnvironment env;
+  env.set("DESKTOP_STARTUP_ID", "inherited_TIME1");  // the host's own is never passed on
   fs::path out = dir_.path() / "id";
   fs::path p = script("id.sh", "echo \"$DESKTOP_STARTUP_ID\" > " + out.string() + "\n");
   EXPECT_EQ(run(p, "Hidden", 1), 33);
   EXPECT_EQ(slurp(out), "\n");
   EXPECT_EQ(run(p, "", 1), 33);
   std::string id = slurp(out);
-  unsetenv("DESKTOP_STARTUP_ID");
   if (getenv("DISPLAY") == nullptr) {
     EXPECT_EQ(id, "\n");  // no display, no server time
   } else {
@@ -204,11 +197,9 @@ TEST_F(Launching, NoChildIsLeftBehind) {
 }
 
 TEST_F(Launching, ProgramsThatCannotStartGiveZero) {
-  fs::path plain = dir_.file("plain.txt", "not a program");
-  EXPECT_EQ(run(plain, "", 0), 0);
-  EXPECT_EQ(run(dir_.path(), "", 0), 0);
-  EXPECT_EQ(run(dir_.path() / "missing", "", 1), 0);
-  EXPECT_EQ(integer("tsRunProgram", {Value(""), Value(""), Value(1)}), 0);
+  // (A plain file is the reference's example.)
+  for (const fs::path& p : {dir_.path(), dir_.path() / "missing", fs::path()})
+    EXPECT_EQ(run(p, "", 1), 0) << p;
   // Host-style paths name the same program.
   fs::path out = dir_.path() / "ran";
   fs::path p = script("hfs.sh", "echo end > " + out.string() + "\n");
@@ -244,9 +235,7 @@ TEST_F(Launching, BundlesRunTheirExecutable) {
 }
 
 TEST_F(Launching, ShellCommandsAndTheirSeparateFolderChange) {
-  EXPECT_EQ(shell("terminal", "exit 0", "", ""), 33);
-  EXPECT_EQ(shell("System", "exit 7", "", ""), 0);
-  EXPECT_EQ(shell("terminal", "", "", ""), 0);
+  EXPECT_EQ(shell("Terminal", "", "", ""), 0);  // (exit codes are the reference's example)
   // A command line is no path: a leading "/" and its ":" stay as written.
   fs::path colon = dir_.path() / "a:b";
   EXPECT_EQ(shell("terminal", "/bin/echo 12:30 > '" + colon.string() + "'", "", ""), 33);
@@ -283,37 +272,18 @@ TEST_F(Launching, ShellOpenGivesArgsToTheProgramWithoutAShell) {
   EXPECT_EQ(awaitFile(out), "end\n");
 }
 
-TEST_F(Launching, ShortcutsAreSymbolicLinks) {
-  unixNames(true);
+// (A new alias and a second one of the same name are the reference's example.)
+TEST_F(Launching, ShortcutsAreSymbolicLinksThatReplaceNothing) {
   fs::path target = dir_.file("doc.txt", "x");
-  fs::create_directories(dir_.path() / "links");
-  std::string hfsFolder = (dir_.path() / "links").string();
-  std::replace(hfsFolder.begin(), hfsFolder.end(), '/', ':');
-  hfsFolder = startupVolumeName(*host_) + hfsFolder;
-  EXPECT_EQ(integer("tsMakeShortcut", {Value(target.string()), Value(hfsFolder), Value("Doc")}),
-            1);
+  std::string links = dir_.str() + "/links";
+  fs::create_directories(links);
+  EXPECT_EQ(integer("tsMakeShortcut", {Value(target.string()), Value(links), Value("Doc")}), 1);
   EXPECT_EQ(fs::read_symlink(dir_.path() / "links" / "Doc"), target);
-  EXPECT_EQ(integer("tsMakeShortcut", {Value(target.string()), Value(hfsFolder), Value("Doc")}),
-            0);
-  // Never replaces anything, not even a dangling link; a missing target makes no alias.
+  // Not even a dangling link is replaced; a missing target makes no alias.
   fs::create_symlink(dir_.path() / "gone", dir_.path() / "links" / "Old");
-  EXPECT_EQ(integer("tsMakeShortcut", {Value(target.string()), Value(hfsFolder), Value("Old")}),
-            0);
+  EXPECT_EQ(integer("tsMakeShortcut", {Value(target.string()), Value(links), Value("Old")}), 0);
   EXPECT_EQ(fs::read_symlink(dir_.path() / "links" / "Old"), dir_.path() / "gone");
-  EXPECT_EQ(integer("tsMakeShortcut",
-                    {Value(dir_.str() + "/none"), Value(dir_.str() + "/links"), Value("N")}),
-            0);
-  EXPECT_TRUE(call("tsRefreshFiles").isVoid());
-}
-
-TEST_F(Launching, PrintingWithoutAPrintServerFailsAtOnce) {
-  setenv("CUPS_SERVER", (dir_.path() / "no-cupsd.sock").c_str(), 1);
-  fs::path doc = dir_.file("page.txt", "hello\n");
-  auto start = Clock::now();
-  EXPECT_EQ(integer("tsPrintFile", {Value(doc.string())}), 0);
-  EXPECT_LT(secondsSince(start), 1.0);
-  EXPECT_EQ(integer("tsPrintFile", {Value(dir_.str() + "/missing")}), 0);
-  unsetenv("CUPS_SERVER");
+  EXPECT_EQ(integer("tsMakeShortcut", {Value(dir_.str() + "/none"), Value(links), Value("N")}), 0);
 }
 
 // The desktop's default handlers, from a home of the test's own: a recorder application for text
@@ -321,18 +291,12 @@ TEST_F(Launching, PrintingWithoutAPrintServerFailsAtOnce) {
 class Handlers : public Launching {
  protected:
   Handlers() {
-    for (const char* name : kVariables) {
-      const char* v = getenv(name);
-      saved_.emplace_back(name, v ? std::optional<std::string>(v) : std::nullopt);
-    }
-    fs::path share = dir_.path() / "share";
-    fs::path config = dir_.path() / "config";
-    setenv("HOME", dir_.str().c_str(), 1);
-    setenv("XDG_DATA_HOME", share.c_str(), 1);
-    setenv("XDG_CONFIG_HOME", config.c_str(), 1);
-    setenv("XDG_DATA_DIRS", "/usr/share", 1);  // the MIME database
-    setenv("XDG_CONFIG_DIRS", (dir_.path() / "etc").c_str(), 1);
-    unsetenv("XDG_CURRENT_DESKTOP");
+    env_.set("HOME", dir_.str());
+    env_.set("XDG_DATA_HOME", dir_.str() + "/share");
+    env_.set("XDG_CONFIG_HOME", dir_.str() + "/config");
+    env_.set("XDG_DATA_DIRS", "/usr/share");  // the MIME database
+    env_.set("XDG_CONFIG_DIRS", dir_.str() + "/etc");
+    env_.unset("XDG_CURRENT_DESKTOP");
     for (const char* app : {"recorder", "browser"}) {
       fs::path log = dir_.path() / (std::string(app) + ".log");
       fs::path exe = script(std::string(app) + ".sh",
@@ -347,25 +311,15 @@ class Handlers : public Launching {
               "x-scheme-handler/mailto=recorder.desktop\n"
               "x-scheme-handler/http=browser.desktop\nx-scheme-handler/https=browser.desktop\n");
   }
-  ~Handlers() override {
-    for (const auto& [name, value] : saved_) {
-      if (value) setenv(name.c_str(), value->c_str(), 1);
-      else unsetenv(name.c_str());
-    }
-  }
   fs::path log(const char* app) { return dir_.path() / (std::string(app) + ".log"); }
 
-  static constexpr const char* kVariables[] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME",
-                                               "XDG_DATA_DIRS", "XDG_CONFIG_DIRS",
-                                               "XDG_CURRENT_DESKTOP"};
-  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+  ScopedEnvironment env_;
 };
 
 TEST_F(Handlers, DocumentsOpenWithTheirDefaultApplication) {
   fs::path doc = dir_.file("read me.txt", "text");
   EXPECT_EQ(integer("tsOpenFile", {Value(doc.string()), Value("hidden")}), 33);
   EXPECT_EQ(awaitFile(log("recorder")), dir_.str() + "/read me.txt\n/dev/null\n/dev/null\nend\n");
-  EXPECT_EQ(integer("tsOpenFile", {Value(dir_.str() + "/missing.txt"), Value("")}), 0);
   // A type nobody handles.
   fs::path odd = dir_.file("data.tesselodd", std::string("\x00\x01\x02\x03", 4));
   EXPECT_EQ(integer("tsOpenFile", {Value(odd.string()), Value("")}), 0);
@@ -384,20 +338,14 @@ TEST_F(Handlers, URLsGoToTheirSchemesHandlerElseTheBrowser) {
   EXPECT_EQ(awaitFile(log("browser")), "tessel-nothing:thing\n/dev/null\n/dev/null\nend\n");
   EXPECT_EQ(integer("tsOpenURL", {Value("mailto:someone@example.org"), Value("")}), 1);
   EXPECT_EQ(awaitFile(log("recorder")), "mailto:someone@example.org\n/dev/null\n/dev/null\nend\n");
-  EXPECT_EQ(integer("tsOpenURL", {Value(""), Value("")}), 0);
 }
 
-TEST_F(Handlers, FindAppAnswersTheHandlersDesktopFile) {
-  unixNames(true);
-  std::string recorder = dir_.str() + "/share/applications/recorder.desktop";
-  std::string browser = dir_.str() + "/share/applications/browser.desktop";
-  // (Which codes stand for which types is the unit tests' table.)
-  EXPECT_EQ(text("tsFindApp", {Value(".txt")}), recorder);
-  EXPECT_EQ(text("tsFindApp", {Value("MSIE")}), browser);
-  EXPECT_EQ(text("tsFindApp", {Value(".tesselodd")}), "");
+// (Which codes stand for which types is the unit tests' table, the desktop file tsFindApp
+// answers the reference's example.) A desktop file runs as the application it describes, here
+// with no documents.
+TEST_F(Handlers, DesktopFilesRunAsTheirApplication) {
   EXPECT_EQ(text("tsFindApp", {Value(".")}), "");  // a code, not an empty extension
-  // A .desktop file runs as the application it describes (here with no documents).
-  EXPECT_EQ(run(recorder, "", 0), 33);
+  EXPECT_EQ(run(dir_.path() / "share/applications/recorder.desktop", "", 0), 33);
   EXPECT_EQ(awaitFile(log("recorder")), "\n/dev/null\n/dev/null\nend\n");
 }
 

@@ -83,6 +83,13 @@ struct WaylandStage::Parts {
     if (xdgSurface != nullptr) xdg_surface_destroy(xdgSurface);
     if (surface != nullptr) wl_surface_destroy(surface);
     if (buffer != nullptr) wl_buffer_destroy(buffer);
+    // The globals too: a proxy left at the disconnect is memory libwayland never frees.
+    if (inhibitManager != nullptr) zwp_keyboard_shortcuts_inhibit_manager_v1_destroy(inhibitManager);
+    if (shell != nullptr) xdg_wm_base_destroy(shell);
+    if (seat != nullptr) wl_seat_destroy(seat);
+    if (shm != nullptr) wl_shm_destroy(shm);
+    if (compositor != nullptr) wl_compositor_destroy(compositor);
+    if (registry != nullptr) wl_registry_destroy(registry);
     roundtrip(display, Clock::now() + std::chrono::seconds(1));
     wl_display_disconnect(display);
   }

@@ -10,8 +10,6 @@
 #include <X11/Xlib.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,6 +26,7 @@
 
 #include "platform/clipboard.h"
 #include "platform/linux/backend_choice.h"
+#include "platform/linux/detached_server.h"
 #include "platform/linux/x11_connection.h"
 
 namespace tessel::platform {
@@ -258,28 +257,13 @@ class SelectionServer {
   std::map<std::pair<Window, Atom>, Transfer> transfers_;
 };
 
-// In the server process: stdio on /dev/null, the report pipe as descriptor 3, nothing else.
-void detachDescriptors(int report) {
-  if (report != 3) {
-    dup2(report, 3);
-    close(report);
-  }
-  int null = open("/dev/null", O_RDWR);
-  if (null >= 0) {
-    for (int fd = 0; fd < 3; ++fd) dup2(null, fd);
-    if (null > 3) close(null);
-  }
-  if (syscall(SYS_close_range, 4U, ~0U, 0U) != 0) {
-    for (int fd = 4; fd < 1024; ++fd) close(fd);
-  }
-}
-
-[[noreturn]] void runServer(std::string_view text, int report) {
-  detachDescriptors(report);
+// In the server process (descriptor 3 the report pipe): owns the selection and serves it until
+// another client takes it.
+[[noreturn]] void serveSelection(const std::string& text) {
   char answer = '0';
   auto conn = X11Connection::open();
   if (conn) {
-    SelectionServer server(*conn, std::string(text));
+    SelectionServer server(*conn, text);
     if (server.own()) {
       answer = '1';
       (void)!write(3, &answer, 1);
@@ -402,44 +386,8 @@ class LinuxClipboardService : public ClipboardService {
  public:
   bool copyText(std::string_view text) override {
     if (!x11::displayConfigured()) return false;
-    int report[2];
-    if (pipe2(report, O_CLOEXEC) != 0) return false;
-    pid_t child = fork();
-    if (child < 0) {
-      close(report[0]);
-      close(report[1]);
-      return false;
-    }
-    if (child == 0) {
-      // The intermediate process: a new session, the server's parent, gone at once so that
-      // the server belongs to init and never becomes the host's zombie.
-      close(report[0]);
-      if (setsid() < 0) _exit(1);
-      pid_t server = fork();
-      if (server == 0) runServer(text, report[1]);
-      _exit(server < 0 ? 1 : 0);
-    }
-    close(report[1]);
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    char answer = '0';
-    auto deadline = Clock::now() + kDeadline;
-    while (true) {
-      auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-      if (left.count() <= 0) break;
-      pollfd pfd{report[0], POLLIN, 0};
-      int n = poll(&pfd, 1, static_cast<int>(left.count()));
-      if (n < 0 && errno == EINTR) continue;
-      if (n > 0) {
-        ssize_t got;
-        do got = read(report[0], &answer, 1);
-        while (got < 0 && errno == EINTR);
-      }
-      break;
-    }
-    close(report[0]);
-    return answer == '1';
+    const std::string copied(text);
+    return startDetachedServer([&] { serveSelection(copied); }, kDeadline) == "1";
   }
 
   std::optional<std::string> pasteText(size_t limit) override {

@@ -19,6 +19,7 @@
 
 #include "platform/displays.h"
 #include "platform/linux/backend_choice.h"
+#include "platform/linux/picture_file.h"
 #include "platform/linux/deadline.h"
 #include "platform/linux/x11_connection.h"
 
@@ -386,14 +387,9 @@ class LinuxDisplayService : public DisplayService {
   }
 
   WallpaperResult setWallpaper(const std::string& file) override {
-    struct stat st {};
-    if (file.empty() || stat(file.c_str(), &st) != 0) return WallpaperResult::NoFile;
-    if (!S_ISREG(st.st_mode)) return WallpaperResult::Failed;
-    GdkPixbuf* loaded = gdk_pixbuf_new_from_file(file.c_str(), nullptr);
-    if (loaded == nullptr) return WallpaperResult::Failed;
-    GdkPixbuf* picture = gdk_pixbuf_apply_embedded_orientation(loaded);
-    g_object_unref(loaded);
-    if (picture == nullptr) return WallpaperResult::Failed;
+    WallpaperResult failure;
+    GdkPixbuf* picture = loadPicture(file, failure);
+    if (picture == nullptr) return failure;
     WallpaperResult result = setRootBackground(picture);
     g_object_unref(picture);
     if (result == WallpaperResult::Done && gnomeFamilyDesktop()) {

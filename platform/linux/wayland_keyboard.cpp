@@ -20,12 +20,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-uint32_t nowMs() {
-  timespec t{};
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return static_cast<uint32_t>(t.tv_sec * 1000 + t.tv_nsec / 1000000);
-}
-
 struct Stroke {
   xkb_keycode_t keycode = 0;  // 0: no key gives the keysym
   xkb_mod_mask_t mods = 0;    // the modifiers of the level that gives it
@@ -197,7 +191,7 @@ struct VirtualKeyboard::State {
   // A key pressed or released. The compositor does not work out the modifiers a virtual
   // keyboard's keys make: when a key changes them (Shift, Control, Caps Lock) they follow it.
   void key(xkb_keycode_t keycode, bool down) {
-    zwp_virtual_keyboard_v1_key(keyboard, nowMs(), keycode - 8,
+    zwp_virtual_keyboard_v1_key(keyboard, eventTimeMs(), keycode - 8,
                                 down ? WL_KEYBOARD_KEY_STATE_PRESSED : WL_KEYBOARD_KEY_STATE_RELEASED);
     if (xkb_state_update_key(mirror, keycode, down ? XKB_KEY_DOWN : XKB_KEY_UP) != 0) modifiers(0);
   }

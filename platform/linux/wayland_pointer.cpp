@@ -16,12 +16,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-uint32_t nowMs() {
-  timespec t{};
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return static_cast<uint32_t>(t.tv_sec * 1000 + t.tv_nsec / 1000000);
-}
-
 // One output's place as its events describe it.
 struct OutputPlace {
   wl_output* output = nullptr;
@@ -143,7 +137,7 @@ bool VirtualPointer::moveTo(int32_t x, int32_t y) {
   const std::optional<LayoutBox> box = layoutBox(connection_);
   if (!box || x < box->x || y < box->y || x >= box->x + box->width || y >= box->y + box->height)
     return false;
-  zwlr_virtual_pointer_v1_motion_absolute(pointer_, nowMs(), static_cast<uint32_t>(x - box->x),
+  zwlr_virtual_pointer_v1_motion_absolute(pointer_, eventTimeMs(), static_cast<uint32_t>(x - box->x),
                                           static_cast<uint32_t>(y - box->y),
                                           static_cast<uint32_t>(box->width),
                                           static_cast<uint32_t>(box->height));
@@ -156,7 +150,7 @@ bool VirtualPointer::click(int button) {
   if (button < 1 || button > 3) return false;
   // This pointer never leaves a button down between calls, so there is nothing of its own to
   // release first; buttons of other devices are theirs.
-  const uint32_t time = nowMs();
+  const uint32_t time = eventTimeMs();
   zwlr_virtual_pointer_v1_button(pointer_, time, kCodes[button], WL_POINTER_BUTTON_STATE_PRESSED);
   zwlr_virtual_pointer_v1_frame(pointer_);
   zwlr_virtual_pointer_v1_button(pointer_, time, kCodes[button], WL_POINTER_BUTTON_STATE_RELEASED);

@@ -5,6 +5,12 @@
 
 namespace tessel::platform::wayland {
 
+uint32_t eventTimeMs() {
+  timespec t{};
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return static_cast<uint32_t>(t.tv_sec * 1000 + t.tv_nsec / 1000000);
+}
+
 using namespace std::chrono_literals;
 
 void Seat::onCapabilities(void* data, wl_seat*, uint32_t capabilities) {

@@ -15,6 +15,10 @@ struct wl_seat;
 
 namespace tessel::platform::wayland {
 
+// The time stamp of a virtual device's event: CLOCK_MONOTONIC in milliseconds, as the
+// compositor's own input events carry it.
+uint32_t eventTimeMs();
+
 class Seat {
  public:
   // The first seat with its capabilities read; null when there is none. `connection` must

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "platform/linux/detached_server.h"
+#include "platform/linux/picture_file.h"
 #include "platform/linux/wayland_connection.h"
 #include "platform/linux/wayland_displays.h"
 // The generated header names a parameter "namespace", a C++ keyword (everything it includes is
@@ -222,14 +223,9 @@ void runPicture(GdkPixbuf* picture) {
 }  // namespace
 
 WallpaperResult setBackground(const std::string& file) {
-  struct stat st {};
-  if (file.empty() || stat(file.c_str(), &st) != 0) return WallpaperResult::NoFile;
-  if (!S_ISREG(st.st_mode)) return WallpaperResult::Failed;
-  GdkPixbuf* loaded = gdk_pixbuf_new_from_file(file.c_str(), nullptr);
-  if (loaded == nullptr) return WallpaperResult::Failed;
-  GdkPixbuf* picture = gdk_pixbuf_apply_embedded_orientation(loaded);
-  g_object_unref(loaded);
-  if (picture == nullptr) return WallpaperResult::Failed;
+  WallpaperResult failure;
+  GdkPixbuf* picture = loadPicture(file, failure);
+  if (picture == nullptr) return failure;
 
   std::string record = pidFile();
   std::string answer = startDetachedServer([picture] { runPicture(picture); },

@@ -86,4 +86,19 @@ std::string hostName() {
   return name;
 }
 
+ProcessDesktop::~ProcessDesktop() {
+  if (watchedFd_ >= 0) ::close(watchedFd_);
+}
+
+int32_t ProcessDesktop::ownPid() { return static_cast<int32_t>(getpid()); }
+
+int ProcessDesktop::watchedPidfd(int32_t pid) {
+  if (pid != watchedPid_) {
+    if (watchedFd_ >= 0) ::close(watchedFd_);
+    watchedFd_ = openPidfd(pid);
+    watchedPid_ = pid;
+  }
+  return watchedFd_;
+}
+
 }  // namespace tessel::platform::processes

@@ -26,34 +26,20 @@ using namespace std::chrono_literals;
 using processes::monotonicMicroseconds;
 using wayland::WaylandConnection;
 
-class WaylandDesktop final : public DesktopService {
+class WaylandDesktop final : public processes::ProcessDesktop {
  public:
-  ~WaylandDesktop() override {
-    closeConnection();
-    if (watchedFd_ >= 0) ::close(watchedFd_);
-  }
+  ~WaylandDesktop() override { closeConnection(); }
 
-  // ---- Processes ------------------------------------------------------------------------------
-  int32_t ownPid() override { return static_cast<int32_t>(getpid()); }
-  bool processAlive(int32_t pid) override { return processes::alive(pid); }
-  std::string executablePath(int32_t pid) override { return processes::executablePath(pid); }
-  std::string commandName(int32_t pid) override { return processes::commandName(pid); }
-  bool terminate(int32_t pid) override { return processes::terminate(pid); }
-  uint32_t microseconds() override { return monotonicMicroseconds(); }
-
+  // ---- Waits (a round polls the display connection and the process's pidfd) ------------------
   void waitRound(int32_t pid, int milliseconds) override {
     WaylandConnection* wl = connection();
     // A change already read (by a call between rounds) wakes the loop at once.
     if (wl != nullptr && toplevels_ && (!wl->dispatchPending() || toplevels_->takeChanged())) return;
-    if (pid != watchedPid_) {
-      if (watchedFd_ >= 0) ::close(watchedFd_);
-      watchedFd_ = processes::openPidfd(pid);
-      watchedPid_ = pid;
-    }
+    const int watchedFd = watchedPidfd(pid);
     std::array<pollfd, 2> fds{};
     nfds_t count = 0;
     if (wl != nullptr) fds[count++] = {wl->fd(), POLLIN, 0};
-    if (watchedFd_ >= 0) fds[count++] = {watchedFd_, POLLIN, 0};
+    if (watchedFd >= 0) fds[count++] = {watchedFd, POLLIN, 0};
     if (count == 0) {
       timespec pause{milliseconds / 1000, (milliseconds % 1000) * 1000000L};
       nanosleep(&pause, nullptr);
@@ -64,7 +50,7 @@ class WaylandDesktop final : public DesktopService {
     for (;;) {
       const int64_t left = milliseconds - static_cast<int64_t>(monotonicMicroseconds() - start) / 1000;
       if (left <= 0 || ::poll(fds.data(), count, static_cast<int>(left)) <= 0) return;
-      if (watchedFd_ >= 0 && (fds[count - 1].revents & POLLIN)) return;
+      if (watchedFd >= 0 && (fds[count - 1].revents & POLLIN)) return;
       if (wl == nullptr || !wl->dispatchPending() || !toplevels_ || toplevels_->takeChanged()) return;
     }
   }
@@ -146,8 +132,6 @@ class WaylandDesktop final : public DesktopService {
   std::unique_ptr<wayland::VirtualPointer> pointer_;      // likewise, made on the first click
   bool triedOpen_ = false;
   uint32_t lastOpenAttempt_ = 0;
-  int32_t watchedPid_ = 0;
-  int watchedFd_ = -1;
 };
 
 }  // namespace

@@ -22,36 +22,22 @@ namespace {
 using processes::monotonicMicroseconds;
 using x11::X11Connection;
 
-class LinuxDesktop final : public DesktopService {
+class LinuxDesktop final : public processes::ProcessDesktop {
  public:
-  ~LinuxDesktop() override {
-    closeConnection();
-    if (watchedFd_ >= 0) ::close(watchedFd_);
-  }
+  ~LinuxDesktop() override { closeConnection(); }
 
-  // ---- Processes ------------------------------------------------------------------------------
-  int32_t ownPid() override { return static_cast<int32_t>(getpid()); }
-  bool processAlive(int32_t pid) override { return processes::alive(pid); }
-  std::string executablePath(int32_t pid) override { return processes::executablePath(pid); }
-  std::string commandName(int32_t pid) override { return processes::commandName(pid); }
-  bool terminate(int32_t pid) override { return processes::terminate(pid); }
-  uint32_t microseconds() override { return monotonicMicroseconds(); }
-
+  // ---- Waits (a round polls the display connection and the process's pidfd) ------------------
   void waitRound(int32_t pid, int milliseconds) override {
     Display* dpy = display();
     if (dpy != nullptr && XPending(dpy) > 0) {
       x11::drainEvents(dpy);
       return;
     }
-    if (pid != watchedPid_) {
-      if (watchedFd_ >= 0) ::close(watchedFd_);
-      watchedFd_ = processes::openPidfd(pid);
-      watchedPid_ = pid;
-    }
+    const int watchedFd = watchedPidfd(pid);
     std::array<pollfd, 2> fds{};
     nfds_t count = 0;
     if (dpy != nullptr) fds[count++] = {ConnectionNumber(dpy), POLLIN, 0};
-    if (watchedFd_ >= 0) fds[count++] = {watchedFd_, POLLIN, 0};
+    if (watchedFd >= 0) fds[count++] = {watchedFd, POLLIN, 0};
     if (count == 0) {
       timespec pause{milliseconds / 1000, (milliseconds % 1000) * 1000000L};
       nanosleep(&pause, nullptr);
@@ -124,8 +110,6 @@ class LinuxDesktop final : public DesktopService {
   std::optional<x11::X11Input> input_;      // likewise; its key bindings go with the connection
   bool triedOpen_ = false;
   uint32_t lastOpenAttempt_ = 0;
-  int32_t watchedPid_ = 0;
-  int watchedFd_ = -1;
 };
 
 }  // namespace

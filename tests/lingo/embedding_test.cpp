@@ -129,18 +129,16 @@ TEST_F(LingoEmbedding, ErrorInsideACallBackStopsTheScript) {
   EXPECT_EQ(other.callbackCodes, (std::vector<moa::MoaError>{moa::kMoaDrErr_HandlerNotDefined}));
 }
 
+// A handler that fails when no script runs reports to the error output, and the interpreter
+// stays usable. (A missing handler's code and a failing one inside a script are
+// ErrorInsideACallBackStopsTheScript's; the moviePath ValueEvaluatesInTheGlobalScope's.)
 TEST_F(LingoEmbedding, MovieInterfaceOutsideAScript) {
   ASSERT_EQ(run("on triple n\n  return n * 3\nend\non bad\n  return 1 + #x\nend\n"), "");
   host::Movie& movie = lingo;
   Value result;
-  EXPECT_EQ(movie.callHandler("TRIPLE", {Value(int32_t{4})}, result), moa::kMoaErr_NoErr);
-  EXPECT_EQ(result.integer(), 12);
-  EXPECT_EQ(movie.callHandler("nothingHere", {}, result), moa::kMoaDrErr_HandlerNotDefined);
   EXPECT_EQ(movie.callHandler("bad", {}, result), moa::kMoaMmErr_InternalError);
   EXPECT_EQ(errors, (std::vector<std::string>{"5 in handler bad: Number expected, found #x"}));
-  EXPECT_EQ(movie.moviePath(), "/movies/demo/");
-  // The interpreter is usable afterwards.
-  EXPECT_EQ(movie.callHandler("triple", {Value(int32_t{1})}, result), moa::kMoaErr_NoErr);
+  EXPECT_EQ(movie.callHandler("TRIPLE", {Value(int32_t{1})}, result), moa::kMoaErr_NoErr);
   EXPECT_EQ(result.integer(), 3);
 }
 
@@ -191,13 +189,6 @@ TEST_F(LingoEmbedding, CallHandlerAndCompiledExpressions) {
 TEST_F(LingoEmbedding, RedefinedHandlersReplaceTheOldOnes) {
   ASSERT_EQ(run("on f\n  return 1\nend\non g\n  return f()\nend\nput g()\n"), "-- 1\n");
   EXPECT_EQ(run("on f\n  return 2\nend\nput g()\n"), "-- 2\n");
-}
-
-TEST_F(LingoEmbedding, InterruptFlagStopsTheScript) {
-  volatile std::sig_atomic_t flag = 1;
-  lingo.setInterruptFlag(&flag);
-  EXPECT_EQ(run("repeat while 1\nend repeat\n"), "error: 1: Interrupted\n");
-  lingo.setInterruptFlag(nullptr);
 }
 
 TEST(LingoMultiLineInput, CompleteOnlyWhenEveryBlockIsClosed) {

@@ -11,16 +11,15 @@ using namespace tessel::host;
 
 namespace {
 
-TEST(Allocator, ZeroFilledCountedAndFailsOnRequest) {
+// (Failing on request: the OutOfMem rows of Module.ClassListAndConstructorWithoutMemory and of
+// the boundary's module_test.)
+TEST(Allocator, ZeroFilledAndCounted) {
   Allocator a;
   auto* p = static_cast<unsigned char*>(a.NRAlloc(64));
   ASSERT_NE(p, nullptr);
   for (int i = 0; i < 64; ++i) EXPECT_EQ(p[i], 0) << i;
   EXPECT_EQ(a.liveBlocks(), 1u);
   EXPECT_EQ(*a.blockSize(p), 64u);
-  a.failNextAllocations(2);
-  EXPECT_EQ(a.NRAlloc(8), nullptr);
-  EXPECT_EQ(a.NRAlloc(8), nullptr);
   void* q = a.NRAlloc(0);  // a zero-byte request is still a distinct block
   EXPECT_NE(q, nullptr);
   int local = 0;

@@ -36,16 +36,15 @@ struct Hooks {
   void* handle;
 };
 
-// (The class list's bytes and an instance's life are the boundary tests', on the real module.)
+// (The class list's bytes and an instance's life are the boundary tests', on the real module;
+// the list read and given back, every load here: HostWithXtra registers its classes and
+// UnloadWaitsForTheModuleToAllowIt finds no block left.)
 TEST(Module, ClassListAndConstructorWithoutMemory) {
   std::string error;
   auto m = Module::open(HOST_TEST_XTRA_PATH, &error);
   ASSERT_TRUE(m) << error;
   Allocator calloc;
   std::vector<MoaClassInterfaceInfo> list;
-  ASSERT_EQ(m->classList(calloc, list), 0);
-  EXPECT_EQ(list.size(), 5u);
-  EXPECT_EQ(calloc.liveBlocks(), 0u);  // the host gave the list back
   calloc.failNextAllocations(1);
   EXPECT_EQ(m->classList(calloc, list), kMoaErr_OutOfMem);
 

@@ -1,16 +1,15 @@
 // The host with a real module: HostTest (tests/host/xtra), loaded from build/test-xtras.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "host/host.h"
 #include "host/module.h"
 #include "host/services.h"
+#include "tests/unit/scratch_folder.h"
 
 using namespace moa;
 using namespace tessel::host;
@@ -37,28 +36,15 @@ struct Hooks {
   void* handle;
 };
 
-class TempDir {
- public:
-  TempDir() {
-    path = fs::temp_directory_path() /
-           ("tessel-host-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
-    fs::create_directories(path);
-  }
-  ~TempDir() { fs::remove_all(path); }
-  fs::path path;
-  static inline int counter = 0;
-};
-
-// (The class list's bytes and an instance's life are the boundary tests', on the real module.)
+// (The class list's bytes and an instance's life are the boundary tests', on the real module;
+// the list read and given back, every load here: HostWithXtra registers its classes and
+// UnloadWaitsForTheModuleToAllowIt finds no block left.)
 TEST(Module, ClassListAndConstructorWithoutMemory) {
   std::string error;
   auto m = Module::open(HOST_TEST_XTRA_PATH, &error);
   ASSERT_TRUE(m) << error;
   Allocator calloc;
   std::vector<MoaClassInterfaceInfo> list;
-  ASSERT_EQ(m->classList(calloc, list), 0);
-  EXPECT_EQ(list.size(), 5u);
-  EXPECT_EQ(calloc.liveBlocks(), 0u);  // the host gave the list back
   calloc.failNextAllocations(1);
   EXPECT_EQ(m->classList(calloc, list), kMoaErr_OutOfMem);
 
@@ -83,19 +69,19 @@ TEST(Module, RefusesLibrariesThatAreNoModules) {
   EXPECT_FALSE(Module::open("/nonexistent/X.so", &error));
   EXPECT_FALSE(error.empty());
 
-  TempDir dir;
-  std::ofstream(dir.path / "Fake.so") << "not a library";
-  fs::copy_file(HOST_TEST_NOENTRY_PATH, dir.path / "NoEntry.so");
-  fs::copy_file(HOST_TEST_XTRA_PATH, dir.path / "Good.xtra");
-  std::ofstream(dir.path / "readme.txt") << "ignored";
+  tessel::testing::ScratchFolder dir;
+  dir.file("Fake.so", "not a library");
+  fs::copy_file(HOST_TEST_NOENTRY_PATH, dir.path() + "/NoEntry.so");
+  fs::copy_file(HOST_TEST_XTRA_PATH, dir.path() + "/Good.xtra");
+  dir.file("readme.txt", "ignored");
   Host host;
-  EXPECT_EQ(host.loadXtras(dir.path.string()), 1);
+  EXPECT_EQ(host.loadXtras(dir.path()), 1);
   ASSERT_EQ(host.diagnostics().size(), 2u);
   EXPECT_NE(host.diagnostics()[0].find("Fake.so"), std::string::npos);  // sorted by name
   EXPECT_NE(host.diagnostics()[1].find("not a MOA module"), std::string::npos);
   EXPECT_EQ(host.loadedModules().size(), 1u);
-  EXPECT_FALSE(host.loadModule((dir.path / "Good.xtra").string()));  // already loaded
-  EXPECT_EQ(host.loadXtras((dir.path / "missing").string()), 0);
+  EXPECT_FALSE(host.loadModule(dir.path() + "/Good.xtra"));  // already loaded
+  EXPECT_EQ(host.loadXtras(dir.path() + "/missing"), 0);
 }
 
 class HostWithXtra : public ::testing::Test {
@@ -130,8 +116,7 @@ TEST_F(HostWithXtra, RegistersTheMethodTableAndTool) {
   EXPECT_EQ(host.findMethod("htParent"), nullptr);  // not global
   EXPECT_EQ(host.findMethod("new"), nullptr);
   ASSERT_EQ(host.tools().size(), 1u);
-  EXPECT_EQ(host.tools()[0].displayName, "Host Test Tool");
-  EXPECT_EQ(host.tools()[0].category, "Testing");
+  EXPECT_EQ(host.tools()[0].category, "Testing");  // (its name: ToolsAskWhetherTheyAreEnabled)
   EXPECT_FALSE(host.tools()[0].alwaysEnabled);
 
   Hooks hooks(HOST_TEST_XTRA_PATH);

@@ -3,26 +3,23 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
-#include <unistd.h>
+#include "tests/unit/scratch_folder.h"
 
 using namespace moa;
 using namespace tessel::host;
 
 namespace {
 
-TEST(Allocator, ZeroFilledCountedAndFailsOnRequest) {
+// (Failing on request: the OutOfMem rows of Module.ClassListAndConstructorWithoutMemory and of
+// the boundary's module_test.)
+TEST(Allocator, ZeroFilledAndCounted) {
   Allocator a;
   auto* p = static_cast<unsigned char*>(a.NRAlloc(64));
   ASSERT_NE(p, nullptr);
   for (int i = 0; i < 64; ++i) EXPECT_EQ(p[i], 0) << i;
   EXPECT_EQ(a.liveBlocks(), 1u);
   EXPECT_EQ(*a.blockSize(p), 64u);
-  a.failNextAllocations(2);
-  EXPECT_EQ(a.NRAlloc(8), nullptr);
-  EXPECT_EQ(a.NRAlloc(8), nullptr);
   void* q = a.NRAlloc(0);  // a zero-byte request is still a distinct block
   EXPECT_NE(q, nullptr);
   int local = 0;
@@ -233,26 +230,23 @@ TEST(HostServices, MovieCallHandlerChecksItsArguments) {
 }
 
 TEST(HostServices, ResolveFileNameFindsOnlyExistingFiles) {
-  namespace fs = std::filesystem;
-  fs::path dir = fs::temp_directory_path() / ("tessel-host-resolve-" + std::to_string(getpid()));
-  fs::create_directories(dir / "movie" / "media");
-  std::ofstream(dir / "movie" / "media" / "clip.mov") << "x";
-  std::ofstream(dir / "top.txt") << "x";
+  tessel::testing::ScratchFolder dir;
+  std::string clip = dir.file("movie/media/clip.mov");
+  std::string top = dir.file("top.txt");
   RecordingMovie rec;
-  rec.path = (dir / "movie").string() + "/";
+  rec.path = dir.path() + "/movie/";
 
   Host host;
   host.setMovie(&rec);
   IMoaDrPlayer& player = services(host).player;
   char buf[1024];
-  std::string clip = (dir / "movie" / "media" / "clip.mov").string();
   for (const char* name : {"@/media/clip.mov", "@:media:clip.mov", "@\\media\\clip.mov",
                            "media/clip.mov"}) {
     EXPECT_EQ(player.ResolveFileName(name, buf, sizeof buf), 0) << name;
     EXPECT_EQ(buf, clip) << name;
   }
   EXPECT_EQ(player.ResolveFileName("@//top.txt", buf, sizeof buf), 0);  // one folder up
-  EXPECT_EQ(buf, (dir / "top.txt").string());
+  EXPECT_EQ(buf, top);
   EXPECT_EQ(player.ResolveFileName(clip.c_str(), buf, sizeof buf), 0);
   EXPECT_EQ(player.ResolveFileName("@", buf, sizeof buf), kMoaErr_FileNotFound);  // a folder
   EXPECT_STREQ(buf, "");
@@ -266,7 +260,6 @@ TEST(HostServices, ResolveFileNameFindsOnlyExistingFiles) {
   EXPECT_EQ(p2.ResolveFileName("@", buf, sizeof buf), 0);
   EXPECT_STREQ(buf, "/somewhere/movie");
   EXPECT_EQ(p2.ResolveFileName("@/media/clip.mov", buf, sizeof buf), 0);  // still searched
-  fs::remove_all(dir);
 }
 
 TEST(HostServices, HandlesAndStringHandleValues) {

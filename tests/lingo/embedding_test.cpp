@@ -129,30 +129,29 @@ TEST_F(LingoEmbedding, ErrorInsideACallBackStopsTheScript) {
   EXPECT_EQ(other.callbackCodes, (std::vector<moa::MoaError>{moa::kMoaDrErr_HandlerNotDefined}));
 }
 
+// A handler that fails when no script runs reports to the error output, and the interpreter
+// stays usable. (A missing handler's code and a failing one inside a script are
+// ErrorInsideACallBackStopsTheScript's; the moviePath ValueEvaluatesInTheGlobalScope's.)
 TEST_F(LingoEmbedding, MovieInterfaceOutsideAScript) {
   ASSERT_EQ(run("on triple n\n  return n * 3\nend\non bad\n  return 1 + #x\nend\n"), "");
   host::Movie& movie = lingo;
   Value result;
-  EXPECT_EQ(movie.callHandler("TRIPLE", {Value(int32_t{4})}, result), moa::kMoaErr_NoErr);
-  EXPECT_EQ(result.integer(), 12);
-  EXPECT_EQ(movie.callHandler("nothingHere", {}, result), moa::kMoaDrErr_HandlerNotDefined);
   EXPECT_EQ(movie.callHandler("bad", {}, result), moa::kMoaMmErr_InternalError);
   EXPECT_EQ(errors, (std::vector<std::string>{"5 in handler bad: Number expected, found #x"}));
-  EXPECT_EQ(movie.moviePath(), "/movies/demo/");
-  // The interpreter is usable afterwards.
-  EXPECT_EQ(movie.callHandler("triple", {Value(int32_t{1})}, result), moa::kMoaErr_NoErr);
+  EXPECT_EQ(movie.callHandler("TRIPLE", {Value(int32_t{1})}, result), moa::kMoaErr_NoErr);
   EXPECT_EQ(result.integer(), 3);
 }
 
+// (An expression and text that does not parse: tests/scripts/lingo_basics.ls.)
 TEST_F(LingoEmbedding, ValueEvaluatesInTheGlobalScope) {
   EXPECT_EQ(run("g = 5\n"
                 "on helper n\n  return n + 1\nend\n"
                 "on readLocal\n  g = 100\n  return value(\"g\")\nend\n"
-                "put value(\"1 + 2 * 3\"), value(\"[1, #a, \" & QUOTE & \"s\" & QUOTE & \"]\"), value(\"helper(g)\")\n"
-                "put value(\"1 +\"), value(\"\"), value(\"unknownName\"), value(7), value(#s)\n"
+                "put value(\"[1, #a, \" & QUOTE & \"s\" & QUOTE & \"]\"), value(\"helper(g)\")\n"
+                "put value(\"\"), value(\"unknownName\"), value(7), value(#s)\n"
                 "put readLocal()\n"
                 "put value(\"the moviePath\")\n"),
-            "-- 7 [1, #a, \"s\"] 6\n-- <Void> <Void> <Void> 7 #s\n-- 5\n-- \"/movies/demo/\"\n");
+            "-- [1, #a, \"s\"] 6\n-- <Void> <Void> 7 #s\n-- 5\n-- \"/movies/demo/\"\n");
 }
 
 TEST_F(LingoEmbedding, CallHandlerAndCompiledExpressions) {
@@ -178,9 +177,7 @@ TEST_F(LingoEmbedding, CallHandlerAndCompiledExpressions) {
   EXPECT_EQ(lingo.global("COUNTER").integer(), 3);
   EXPECT_EQ(lingo.compile("addUp(", &error), nullptr);
   EXPECT_EQ(error, "1: Unexpected end of script");
-  Outcome e = lingo.evaluate("[1, 2] = [1, 2]");
-  EXPECT_EQ(e.value.integer(), 1);
-  EXPECT_FALSE(lingo.evaluate("1 + ").ok);
+  EXPECT_FALSE(lingo.evaluate("1 + ").ok);  // (an expression's value: LingoLifetime's)
 
   Interpreter other;
   EXPECT_FALSE(other.evaluate(*bump).ok);
@@ -191,13 +188,6 @@ TEST_F(LingoEmbedding, CallHandlerAndCompiledExpressions) {
 TEST_F(LingoEmbedding, RedefinedHandlersReplaceTheOldOnes) {
   ASSERT_EQ(run("on f\n  return 1\nend\non g\n  return f()\nend\nput g()\n"), "-- 1\n");
   EXPECT_EQ(run("on f\n  return 2\nend\nput g()\n"), "-- 2\n");
-}
-
-TEST_F(LingoEmbedding, InterruptFlagStopsTheScript) {
-  volatile std::sig_atomic_t flag = 1;
-  lingo.setInterruptFlag(&flag);
-  EXPECT_EQ(run("repeat while 1\nend repeat\n"), "error: 1: Interrupted\n");
-  lingo.setInterruptFlag(nullptr);
 }
 
 TEST(LingoMultiLineInput, CompleteOnlyWhenEveryBlockIsClosed) {

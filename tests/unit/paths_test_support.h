@@ -1,4 +1,4 @@
-// Fakes of the volume and folder services for the path tests, and a scratch folder on disk.
+// Fakes of the volume and folder services for the path tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,6 +13,7 @@
 #include "paths/paths.h"
 #include "platform/folders.h"
 #include "platform/volumes.h"
+#include "tests/unit/scratch_folder.h"
 
 namespace tessel::testing {
 
@@ -21,37 +22,6 @@ inline std::string replaceSlashes(std::string path) {
   std::replace(path.begin(), path.end(), '/', ':');
   return path;
 }
-
-// A folder under the system's temporary folder, removed with everything in it.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tessel-paths-XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-  }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-  const std::string& path() const { return path_; }
-  std::string folder(const std::string& relative) const {
-    std::string full = path_ + "/" + relative;
-    std::filesystem::create_directories(full);
-    return full;
-  }
-  std::string file(const std::string& relative, const std::string& contents = "x") const {
-    std::string full = path_ + "/" + relative;
-    std::filesystem::create_directories(std::filesystem::path(full).parent_path());
-    std::ofstream(full) << contents;
-    return full;
-  }
-
- private:
-  std::string path_;
-};
 
 class FakeVolumes final : public platform::VolumeService {
  public:

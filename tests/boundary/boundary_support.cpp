@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -30,6 +31,18 @@ ScopedEnvironment::~ScopedEnvironment() {
     else ::unsetenv(it->first.c_str());
   }
   ::tzset();
+}
+
+std::optional<std::string> run(const std::string& command) {
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return std::nullopt;
+  std::string out;
+  char buffer[65536];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
+  int status = pclose(pipe);
+  if (status == -1 || !WIFEXITED(status) || WEXITSTATUS(status) != 0) return std::nullopt;
+  return out;
 }
 
 std::string slurp(const std::filesystem::path& path) {

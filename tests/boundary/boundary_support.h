@@ -82,6 +82,10 @@ class ScopedEnvironment {
   std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 
+// Runs a shell command line (tests build it from fixed words and temporary paths); its standard
+// output, or nothing when it could not run or exited non-zero.
+std::optional<std::string> run(const std::string& command);
+
 // A file's whole contents ("" when it cannot be read).
 std::string slurp(const std::filesystem::path& path);
 

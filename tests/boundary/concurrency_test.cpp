@@ -19,6 +19,7 @@
 #include "platform/linux/deadline.h"
 #include "tests/boundary/boundary_support.h"
 #include "tests/boundary/desktop_driver.h"
+#include "tests/boundary/file_tree_support.h"
 
 namespace tessel::testing {
 namespace {
@@ -90,15 +91,7 @@ TEST(DeadlineGate, ThrowingStuckAndOutlivedWork) {
   EXPECT_TRUE(eventually([&] { return orphan.owned.use_count() == 1; }));
 }
 
-class Reentrancy : public XtraTest {
- protected:
-  TempDir dir_;
-  std::string at(const std::string& name) { return dir_.str() + "/" + name; }
-  std::string read(const std::string& name) {
-    std::ifstream in(at(name), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
-};
+class Reentrancy : public FileTreeTest {};
 
 // A progress handler that calls the module again, a copy and a listing among others, from inside
 // a copy: each inner call answers as it would alone, and the outer copy goes on to its end.

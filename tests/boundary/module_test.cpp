@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "host/module.h"
@@ -42,18 +43,11 @@ uint32_t word(const unsigned char* record, int i) {
 }
 
 TEST(Module, ExportsExactlyTheSixEntryPoints) {
-  std::string cmd = "nm -D --defined-only '" + modulePath() + "'";
-  FILE* nm = popen(cmd.c_str(), "r");
-  ASSERT_NE(nm, nullptr);
+  std::optional<std::string> symbols = run("nm -D --defined-only '" + modulePath() + "'");
+  ASSERT_TRUE(symbols);
   std::set<std::string> names;
-  char line[512];
-  while (fgets(line, sizeof line, nm)) {
-    std::string l = line;
-    std::string name = l.substr(l.find_last_of(' ') + 1);
-    name.erase(name.find_last_not_of("\n") + 1);
-    names.insert(name);
-  }
-  ASSERT_EQ(pclose(nm), 0);
+  std::istringstream lines(*symbols);
+  for (std::string line; std::getline(lines, line);) names.insert(line.substr(line.find_last_of(' ') + 1));
   EXPECT_EQ(names, (std::set<std::string>{"DllGetClassObject", "DllCanUnloadNow",
                                           "DllGetClassInfo", "DllGetInterface",
                                           "DllGetClassForm", "ppcSetFileRef"}));

@@ -296,8 +296,8 @@ bool helpToolOpensTheDocument(const std::string& mode) {
   if (host.loadXtras(xtrasFolder()) != 1) return false;
   if (host.tools().size() != 1 || host.tools()[0].displayName != "Tessel Help") return false;
   if (host.invokeTool("Tessel Help") != 0) return false;
-  for (int i = 0, tries = mode == "Author" ? 50 : 10; i < tries && !std::filesystem::exists(marker); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  eventually([&] { return std::filesystem::exists(marker); },
+             std::chrono::milliseconds(mode == "Author" ? 5000 : 1000));
   std::ifstream in(marker);
   std::string opened;
   std::getline(in, opened);

@@ -3,7 +3,6 @@
 #include <X11/Xlib.h>
 
 #include <cstdlib>
-#include <thread>
 
 namespace tessel::testing {
 
@@ -14,15 +13,6 @@ bool haveProgram(const std::string& name) {
 bool haveDisplay() {
   const char* name = std::getenv("DISPLAY");
   return name != nullptr && *name != '\0';
-}
-
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
-  auto end = std::chrono::steady_clock::now() + limit;
-  while (true) {
-    if (condition()) return true;
-    if (std::chrono::steady_clock::now() >= end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
 }
 
 TestDisplay::TestDisplay() {

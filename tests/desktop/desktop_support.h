@@ -1,5 +1,5 @@
-// Helpers of the desktop behaviour tests: finding programs, waiting for a condition, and the
-// test's own X connection (running commands and environment changes for a scope are
+// Helpers of the desktop behaviour tests: finding programs and the test's own X connection
+// (running commands, waiting for a condition and environment changes for a scope are
 // boundary_support's).
 #pragma once
 
@@ -18,10 +18,6 @@ bool haveProgram(const std::string& name);
 
 // Whether $DISPLAY names an X display.
 bool haveDisplay();
-
-// Polls `condition` every 20 ms until it holds or `limit` passes.
-bool eventually(const std::function<bool()>& condition,
-                std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
 
 // The test's own connection to $DISPLAY. Xlib's error handlers are process-wide: open it after
 // the module has made a connection, so that the module's handlers (which record or ignore

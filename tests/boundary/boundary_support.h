@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -81,6 +82,14 @@ class ScopedEnvironment {
  private:
   std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
+
+// Runs a shell command line (tests build it from fixed words and temporary paths); its standard
+// output, or nothing when it could not run or exited non-zero.
+std::optional<std::string> run(const std::string& command);
+
+// Polls `condition` every 10 ms until it holds or `limit` passes.
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
 
 // A file's whole contents ("" when it cannot be read).
 std::string slurp(const std::filesystem::path& path);

@@ -19,6 +19,7 @@
 #include "platform/linux/deadline.h"
 #include "tests/boundary/boundary_support.h"
 #include "tests/boundary/desktop_driver.h"
+#include "tests/boundary/file_tree_support.h"
 
 namespace tessel::testing {
 namespace {
@@ -40,15 +41,6 @@ int unnamedThreads() {
   for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
     n += comm(task.path() / "comm") == own;
   return n;
-}
-
-// Polls `done` every 10 ms for up to 10 s.
-bool eventually(const std::function<bool()>& done) {
-  for (int i = 0; i < 1000; ++i) {
-    if (done()) return true;
-    std::this_thread::sleep_for(10ms);
-  }
-  return done();
 }
 
 // Work that blocks until released; `owned` counts the references the work itself holds.
@@ -78,7 +70,7 @@ TEST(DeadlineGate, ThrowingStuckAndOutlivedWork) {
   EXPECT_EQ(gate.run<int>([started] { return started->exchange(true), 2; }, 10s), std::nullopt);
   EXPECT_FALSE(started->load());
   stuck.release->set_value();
-  EXPECT_TRUE(eventually([&] { return gate.run<int>([] { return 3; }, 10s) == 3; }));
+  EXPECT_TRUE(eventually([&] { return gate.run<int>([] { return 3; }, 10s) == 3; }, 10s));
 
   // The gate destroyed while its abandoned work still runs: the work ends later and lets go of
   // what it owns without touching the gate (the sanitizer build would see a stale access).
@@ -87,18 +79,10 @@ TEST(DeadlineGate, ThrowingStuckAndOutlivedWork) {
   EXPECT_EQ(outlived->run<int>(orphan.work(), 20ms), std::nullopt);
   outlived.reset();
   orphan.release->set_value();
-  EXPECT_TRUE(eventually([&] { return orphan.owned.use_count() == 1; }));
+  EXPECT_TRUE(eventually([&] { return orphan.owned.use_count() == 1; }, 10s));
 }
 
-class Reentrancy : public XtraTest {
- protected:
-  TempDir dir_;
-  std::string at(const std::string& name) { return dir_.str() + "/" + name; }
-  std::string read(const std::string& name) {
-    std::ifstream in(at(name), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
-};
+class Reentrancy : public FileTreeTest {};
 
 // A progress handler that calls the module again, a copy and a listing among others, from inside
 // a copy: each inner call answers as it would alone, and the outer copy goes on to its end.
@@ -302,7 +286,7 @@ int stuckWorkOutlivesTheUnload() {
   }
   bus.hangUp();
   ok = ok && step("the stuck thread ended",
-                  eventually([&] { return unnamedThreads() == threads; }));
+                  eventually([&] { return unnamedThreads() == threads; }, 10s));
   host::Host again;
   ok = ok && step("loaded again", again.loadXtras(xtrasFolder()) == 1);
   Value result;

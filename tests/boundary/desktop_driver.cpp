@@ -1,10 +1,10 @@
 #include "tests/boundary/desktop_driver.h"
 
+#include "tests/boundary/boundary_support.h"
+
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
 #include <chrono>
 #include <cstdio>
@@ -50,16 +50,7 @@ void collect(GtkWidget* widget, GtkWidget* top, SeenWindow& seen) {
 
 }  // namespace
 
-std::string shell(const std::string& command) {
-  std::string out;
-  if (FILE* pipe = popen(command.c_str(), "r")) {
-    char buffer[512];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-    pclose(pipe);
-  }
-  return out;
-}
+std::string shell(const std::string& command) { return run(command).value_or(""); }
 
 unsigned long waitForWindow(int timeoutMs) {
   const std::string command =
@@ -285,8 +276,7 @@ StderrCapture::~StderrCapture() {
 
 std::string StderrCapture::text() {
   restore();
-  std::ifstream in(file_);
-  return std::string(std::istreambuf_iterator<char>(in), {});
+  return slurp(file_);
 }
 
 void StderrCapture::restore() {

@@ -13,7 +13,7 @@
 
 namespace tessel::testing {
 
-// Output of a shell command.
+// Output of a shell command ("" when it fails).
 std::string shell(const std::string& command);
 
 // The first visible window of this process, polled until it appears (0 after the time-out).

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,12 +20,12 @@ class FileTreeTest : public XtraTest {
     root_ = dir_.str();
   }
 
-  // The path of a name below the temporary folder, in Unix or HFS style.
+  // The path of a name below the temporary folder, in Unix or HFS style; any Unix path in HFS.
   std::string at(const std::string& relative) const { return root_ + "/" + relative; }
-  std::string hfs(const std::string& relative) const {
-    std::string path = at(relative);
-    std::replace(path.begin(), path.end(), '/', ':');
-    return startup_ + path;
+  std::string hfs(const std::string& relative) const { return hfsOf(at(relative)); }
+  std::string hfsOf(std::string unixPath) const {
+    std::replace(unixPath.begin(), unixPath.end(), '/', ':');
+    return startup_ + unixPath;
   }
 
   std::filesystem::path make(const std::string& relative, const std::string& content = "x") {
@@ -37,12 +35,7 @@ class FileTreeTest : public XtraTest {
   bool exists(const std::string& relative) const {
     return std::filesystem::exists(std::filesystem::symlink_status(at(relative)));
   }
-  std::string read(const std::string& relative) const {
-    std::ifstream in(at(relative), std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-  }
+  std::string read(const std::string& relative) const { return slurp(at(relative)); }
 
   // A list result's strings, sorted (the filesystem's own order is not fixed).
   static std::vector<std::string> sorted(const host::Value& list) {

@@ -6,9 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <random>
@@ -136,13 +134,9 @@ TEST_F(Formats, BareIniNameOnAFreshAccountGoesToTheUsersConfigFolder) {
       " -e 'put tsWriteIni(\"Main\", \"Key\", \"1\", \"fresh.ini\")'"
       " -e 'put tsReadIni(\"Main\", \"Key\", \"none\", \"fresh.ini\")'"
       " -e 'put tsSysFolder(\"prefs\")' 2>&1";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  std::string output;
-  std::array<char, 512> buffer{};
-  while (size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), n);
-  ASSERT_EQ(::pclose(pipe), 0) << output;
-  EXPECT_EQ(output, "-- 1\n-- \"1\"\n-- \"" + home.string() + "/.config/\"\n");
+  std::optional<std::string> output = run(command);
+  ASSERT_TRUE(output) << command;
+  EXPECT_EQ(*output, "-- 1\n-- \"1\"\n-- \"" + home.string() + "/.config/\"\n");
   EXPECT_EQ(slurp(home / ".config/fresh.ini"), "[Main]\nKey=1");
   struct stat st {};
   ASSERT_EQ(::stat((home / ".config").c_str(), &st), 0);

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "host/module.h"
@@ -42,18 +43,11 @@ uint32_t word(const unsigned char* record, int i) {
 }
 
 TEST(Module, ExportsExactlyTheSixEntryPoints) {
-  std::string cmd = "nm -D --defined-only '" + modulePath() + "'";
-  FILE* nm = popen(cmd.c_str(), "r");
-  ASSERT_NE(nm, nullptr);
+  std::optional<std::string> symbols = run("nm -D --defined-only '" + modulePath() + "'");
+  ASSERT_TRUE(symbols);
   std::set<std::string> names;
-  char line[512];
-  while (fgets(line, sizeof line, nm)) {
-    std::string l = line;
-    std::string name = l.substr(l.find_last_of(' ') + 1);
-    name.erase(name.find_last_not_of("\n") + 1);
-    names.insert(name);
-  }
-  ASSERT_EQ(pclose(nm), 0);
+  std::istringstream lines(*symbols);
+  for (std::string line; std::getline(lines, line);) names.insert(line.substr(line.find_last_of(' ') + 1));
   EXPECT_EQ(names, (std::set<std::string>{"DllGetClassObject", "DllCanUnloadNow",
                                           "DllGetClassInfo", "DllGetInterface",
                                           "DllGetClassForm", "ppcSetFileRef"}));
@@ -302,8 +296,8 @@ bool helpToolOpensTheDocument(const std::string& mode) {
   if (host.loadXtras(xtrasFolder()) != 1) return false;
   if (host.tools().size() != 1 || host.tools()[0].displayName != "Tessel Help") return false;
   if (host.invokeTool("Tessel Help") != 0) return false;
-  for (int i = 0, tries = mode == "Author" ? 50 : 10; i < tries && !std::filesystem::exists(marker); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  eventually([&] { return std::filesystem::exists(marker); },
+             std::chrono::milliseconds(mode == "Author" ? 5000 : 1000));
   std::ifstream in(marker);
   std::string opened;
   std::getline(in, opened);

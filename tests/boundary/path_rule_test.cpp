@@ -1,8 +1,7 @@
 // The path rule every path argument goes through: "@" is the movie's folder, Unix paths have
 // their colons turned into slashes.
-#include <algorithm>
 
-#include "tests/boundary/boundary_support.h"
+#include "tests/boundary/file_tree_support.h"
 
 namespace tessel::testing {
 namespace {
@@ -10,17 +9,14 @@ namespace {
 using host::Value;
 
 // A movie in <tmp>/Work/, on the start-up volume.
-class PathRule : public XtraTest {
+class PathRule : public FileTreeTest {
  protected:
   void SetUp() override {
-    XtraTest::SetUp();
-    std::filesystem::create_directories(dir_.path() / "Work");
-    movie_.folder = dir_.str() + "/Work/";
-    std::string hfs = dir_.str() + "/Work";
-    std::replace(hfs.begin(), hfs.end(), '/', ':');
-    hfsBase_ = startupVolumeName(*host_) + hfs;
+    FileTreeTest::SetUp();
+    folder("Work");
+    movie_.folder = at("Work/");
+    hfsBase_ = hfs("Work");
   }
-  TempDir dir_;
   std::string hfsBase_;  // the movie's folder in HFS style, no trailing ':'
 };
 

@@ -81,9 +81,8 @@ class Printing : public XtraTest {
             (d / "cups-files.conf").c_str(), nullptr);
       _exit(127);
     }
-    for (int i = 0; i < 500 && !fs::exists(socket_); ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_TRUE(fs::exists(socket_)) << slurp(d / "log/stderr") << slurp(d / "log/error_log");
+    ASSERT_TRUE(eventually([&] { return fs::exists(socket_); }))
+        << slurp(d / "log/stderr") << slurp(d / "log/error_log");
     XtraTest::SetUp();
   }
   void TearDown() override {

@@ -27,11 +27,7 @@ namespace fs = std::filesystem;
 // Waits up to five seconds for a file that a detached child writes, and for the child to finish
 // writing it (its last line is "end").
 std::string awaitFile(const fs::path& p) {
-  for (int i = 0; i < 500; ++i) {
-    std::string text = slurp(p);
-    if (text.size() >= 4 && text.compare(text.size() - 4, 4, "end\n") == 0) return text;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  eventually([&] { return slurp(p).ends_with("end\n"); });
   return slurp(p);
 }
 
@@ -56,9 +52,7 @@ std::vector<int> childrenOfThisProcess() {
 
 // Waits up to five seconds for every child of the host to be reaped.
 bool childrenAllGone() {
-  for (int i = 0; i < 500 && !childrenOfThisProcess().empty(); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  return childrenOfThisProcess().empty();
+  return eventually([] { return childrenOfThisProcess().empty(); });
 }
 
 double secondsSince(Clock::time_point t) {
@@ -166,8 +160,7 @@ TEST_F(Launching, CtrlCEndsAWaitInTheMessageWindow) {
     _exit(127);
   }
   ASSERT_GT(tessel, 0);
-  for (int i = 0; i < 500 && slurp(pidFile).empty(); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  eventually([&] { return !slurp(pidFile).empty(); });
   int program = atoi(slurp(pidFile).c_str());
   ASSERT_GT(program, 0) << slurp(out);
   auto start = Clock::now();

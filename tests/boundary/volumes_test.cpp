@@ -1,12 +1,10 @@
 // Paths, special folders and volumes through the host, on the real machine.
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
-#include "tests/boundary/boundary_support.h"
+#include "tests/boundary/file_tree_support.h"
 
 namespace tessel::testing {
 namespace {
@@ -24,21 +22,7 @@ bool contains(const std::vector<std::string>& list, const std::string& item) {
   return std::find(list.begin(), list.end(), item) != list.end();
 }
 
-class Volumes : public XtraTest {
- protected:
-  void SetUp() override {
-    XtraTest::SetUp();
-    startup_ = startupVolumeName(*host_);
-    ASSERT_FALSE(startup_.empty());
-  }
-  std::string hfsOf(const std::string& unixPath) {
-    std::string hfs = unixPath;
-    std::replace(hfs.begin(), hfs.end(), '/', ':');
-    return startup_ + hfs;
-  }
-  std::string startup_;
-  TempDir dir_;
-};
+class Volumes : public FileTreeTest {};
 
 // The conversions' rules are the unit tests'; here the real volume table stands behind them.
 // A missing item's Unix form is where it would be on Linux, so another program can create it;
@@ -79,13 +63,9 @@ TEST_F(Volumes, SpecialFoldersKeepTheirUtf8Names) {
       " -e 'put tsFolderExists(tsSysFolder(\"pictures\"))'"
       " -e 'tsReturnUnixNames(0)'"
       " -e 'put tsFolderExists(tsSysFolder(\"desktop\"))' 2>&1";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  std::string output;
-  char buffer[512];
-  while (size_t n = std::fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, n);
-  ASSERT_EQ(::pclose(pipe), 0) << output;
-  EXPECT_EQ(output, "-- \"" + desktop + "/\"\n-- 1\n-- 1\n");
+  std::optional<std::string> output = run(command);
+  ASSERT_TRUE(output) << command;
+  EXPECT_EQ(*output, "-- \"" + desktop + "/\"\n-- 1\n-- 1\n");
 }
 
 // (The keywords, prefixes and search order are the unit tests' rows, the start-up volume's

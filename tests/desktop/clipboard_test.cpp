@@ -96,7 +96,8 @@ TEST_F(Clipboard, CopyOutlivesTheHost) {
 
 class NoDisplay : public XtraTest {
  protected:
-  ScopedEnv display_{"DISPLAY", std::nullopt};
+  NoDisplay() { display_.unset("DISPLAY"); }
+  ScopedEnvironment display_;
 };
 
 TEST_F(NoDisplay, ClipboardCursorKioskAndDisplaysGiveFailureValues) {

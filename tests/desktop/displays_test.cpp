@@ -179,7 +179,8 @@ EndSection
 TEST_F(Displays, TwoOutputsOnXorgDummy) {
   DummyXorg xorg;
   if (xorg.display().empty()) GTEST_SKIP() << "Xorg with the dummy driver does not start here";
-  ScopedEnv display("DISPLAY", xorg.display());
+  ScopedEnvironment display;
+  display.set("DISPLAY", xorg.display());
   ASSERT_TRUE(run("xrandr --addmode DUMMY1 1024x768 && xrandr --addmode DUMMY1 800x600 && "
                   "xrandr --output DUMMY1 --mode 1024x768 --right-of DUMMY0"));
   std::vector<std::string> list = strings(call("tsMultiDisplayList"));
@@ -278,12 +279,14 @@ TEST_F(Displays, WallpaperReachesGSettingsOnGnomeOnly) {
   TempDir dir;
   std::string picture = redBluePicture(dir);
   {
-    ScopedEnv desktop("XDG_CURRENT_DESKTOP", "XFCE");
+    ScopedEnvironment desktop;
+    desktop.set("XDG_CURRENT_DESKTOP", "XFCE");
     EXPECT_EQ(integer("tsSetWallpaper", {Value(picture), Value(0)}), 0);
     EXPECT_EQ(uri(), before);
   }
   {
-    ScopedEnv desktop("XDG_CURRENT_DESKTOP", "ubuntu:GNOME");
+    ScopedEnvironment desktop;
+    desktop.set("XDG_CURRENT_DESKTOP", "ubuntu:GNOME");
     EXPECT_EQ(integer("tsSetWallpaper", {Value(picture), Value(0)}), 0);
     EXPECT_EQ(uri(), "file://" + picture);
   }
